@@ -1,0 +1,31 @@
+// "Slow" that needs no privileges to be taken back: nice values and scheduling classes can't be raised again by
+// an ordinary user, but a thread's processors and its I/O class can.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "platform/Types.h"
+
+namespace tovi {
+
+class BackgroundPriority {
+ public:
+  explicit BackgroundPriority(std::string procRoot = "/proc", std::string devices = "/sys/devices");
+
+  using SameProcess = std::function<bool()>;  // asked before each round over the threads
+
+  // Confines every thread that may run everywhere to the slow processors, at idle I/O class. Threads for which
+  // somebody chose processors or an I/O class stay as they are. Repeatable: new threads are confined too.
+  // False if it isn't the same process or the system refused it for a thread.
+  bool confine(Pid pid, const SameProcess& same) const;
+
+  // Takes that back for the threads that have exactly the slow processors.
+  bool release(Pid pid, const SameProcess& same) const;
+
+ private:
+  std::string procRoot_;
+  std::string devices_;
+};
+
+}  // namespace tovi

@@ -1,0 +1,27 @@
+// One line of /proc/PID/stat, taken apart.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "platform/Types.h"
+
+namespace tovi {
+
+struct ProcStat {
+  Pid parent = 0;  // 0 for the first process and for what the kernel started itself
+  char state = 0;  // 'R', 'S', 'T', 'Z' and so on
+  bool kernelThread = false;
+  // In clock ticks.
+  std::uint64_t userTime = 0, systemTime = 0;
+  std::uint64_t start = 0;  // since boot
+
+  friend bool operator==(const ProcStat&, const ProcStat&) = default;
+};
+
+// The name in the text may hold anything, parentheses, blanks and line feeds included. Absent if the text isn't
+// such a line or breaks off before the start time.
+std::optional<ProcStat> parseProcStat(std::string_view text);
+
+}  // namespace tovi
