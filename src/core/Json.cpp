@@ -1,0 +1,83 @@
+#include "core/Json.h"
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+namespace tovi::json {
+
+std::optional<Value> parse(std::string_view text) {
+  Value value = Value::parse(text, nullptr, /*allow_exceptions=*/false);
+  if (value.is_discarded()) return std::nullopt;
+  return value;
+}
+
+std::optional<Value> parseObject(std::string_view text) {
+  auto value = parse(text);
+  if (!value || !value->is_object()) return std::nullopt;
+  return value;
+}
+
+std::string pretty(const Value& value) { return value.dump(2, ' ', false, Value::error_handler_t::replace); }
+std::string compact(const Value& value) { return value.dump(-1, ' ', false, Value::error_handler_t::replace); }
+
+std::optional<bool> asBool(const Value& value) {
+  return value.is_boolean() ? std::optional{value.get<bool>()} : std::nullopt;
+}
+
+std::optional<double> asNumber(const Value& value) {
+  return value.is_number() ? std::optional{value.get<double>()} : std::nullopt;
+}
+
+std::optional<std::int64_t> asInteger(const Value& value) {
+  if (value.is_number_unsigned()) {
+    const auto whole = value.get<std::uint64_t>();
+    if (whole > static_cast<std::uint64_t>(INT64_MAX)) return std::nullopt;
+    return static_cast<std::int64_t>(whole);
+  }
+  if (value.is_number_integer()) return value.get<std::int64_t>();
+  if (!value.is_number_float()) return std::nullopt;
+  const double number = value.get<double>();
+  // 2^63 is the first double that doesn't fit; the comparison also turns away NaN.
+  if (!(number >= -9223372036854775808.0 && number < 9223372036854775808.0) || number != std::floor(number)) {
+    return std::nullopt;
+  }
+  return static_cast<std::int64_t>(number);
+}
+
+std::optional<std::string> asText(const Value& value) {
+  return value.is_string() ? std::optional{value.get<std::string>()} : std::nullopt;
+}
+
+const Value* member(const Value& object, std::string_view key) {
+  if (!object.is_object()) return nullptr;
+  const auto at = object.find(key);
+  return at == object.end() ? nullptr : &*at;
+}
+
+std::optional<bool> boolAt(const Value& object, std::string_view key) {
+  const Value* value = member(object, key);
+  return value != nullptr ? asBool(*value) : std::nullopt;
+}
+
+std::optional<double> numberAt(const Value& object, std::string_view key) {
+  const Value* value = member(object, key);
+  return value != nullptr ? asNumber(*value) : std::nullopt;
+}
+
+std::optional<std::int64_t> integerAt(const Value& object, std::string_view key) {
+  const Value* value = member(object, key);
+  return value != nullptr ? asInteger(*value) : std::nullopt;
+}
+
+std::optional<std::string> textAt(const Value& object, std::string_view key) {
+  const Value* value = member(object, key);
+  return value != nullptr ? asText(*value) : std::nullopt;
+}
+
+double rounded(double value, int decimals) {
+  const double scale = std::pow(10.0, decimals);
+  const double scaled = std::round(value * scale);
+  return std::isfinite(scaled) ? scaled / scale + 0.0 : value;  // + 0.0 turns -0.0 into 0.0
+}
+
+}  // namespace tovi::json
