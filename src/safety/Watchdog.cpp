@@ -1,0 +1,69 @@
+#include "safety/Watchdog.h"
+
+#include <fmt/format.h>
+
+#include "core/Shell.h"
+#include "core/StateFiles.h"
+#include "core/Text.h"
+#include "observe/DisplayPower.h"
+#include "observe/Sensors.h"
+#include "observe/SystemSwitches.h"
+#include "platform/Machine.h"
+#include "safety/Heartbeat.h"
+#include "safety/Journal.h"
+
+namespace tovi {
+
+namespace {
+
+constexpr char kRestored[] = "restored";
+constexpr char kPartlyRestored[] = "partly restored";
+
+// Sleep goes back on only if the marker says that we switched it off: without it a set switch is somebody else's.
+bool releaseSleep(const Machine& machine, const StateFiles& state) {
+  if (!state.exists("hold")) return true;
+  if (Registry::sleepDisabled(machine) == true && !Shell(machine.commands).pmsetRoot({"-a", "disablesleep", "0"})) {
+    return false;
+  }
+  state.remove(state.path("hold"));
+  return true;
+}
+
+}  // namespace
+
+std::string Watchdog::run(const Machine& machine, const StateFiles& state, bool force) {
+  if (!force && Heartbeat::appIsAlive(machine, state)) return "alive";
+
+  Journal::undoLegacyFiles(machine, state);
+  const auto left = Journal::undo(machine, Journal::load(state));
+  Journal::save(machine, state, left);
+
+  const bool screenOn = DisplayPower::restoreBuiltIn(machine, state);
+  Brightness::restore(machine, state);
+  const bool lit = !state.exists("brightness-restore");
+  const bool fullPower = PowerMode::restore(machine, state);
+  const bool sleeps = releaseSleep(machine, state);
+  const bool backsUp = TimeMachine::resume(machine, state);
+  return left.empty() && screenOn && lit && fullPower && sleeps && backsUp ? kRestored : kPartlyRestored;
+}
+
+std::vector<std::string> Watchdog::outstanding(const Machine& machine, const StateFiles& state) {
+  std::vector<std::string> items;
+  for (const Touched& entry : Journal::load(state)) {
+    items.push_back(fmt::format("{} {} (pid {})", entry.paused ? "paused" : "slowed",
+                                text::lastPathComponent(entry.path), entry.pid));
+  }
+  const bool sleepIsOff = Registry::sleepDisabled(machine) == true;
+  if (sleepIsOff) {
+    items.emplace_back("sleep is switched off (pmset disablesleep 1)");
+  } else if (state.exists("hold")) {
+    items.emplace_back("hold marker present");
+  }
+  if (PowerMode::lowSet(state)) items.emplace_back("Low Power Mode changed");
+  if (TimeMachine::paused(state)) items.emplace_back("Time Machine automatic backups paused");
+  if (state.exists("brightness-restore")) items.emplace_back("screen dimmed to zero");
+  if (state.exists("display-off")) items.emplace_back("built-in screen switched off");
+  return items;
+}
+
+}  // namespace tovi

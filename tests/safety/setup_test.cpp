@@ -1,0 +1,333 @@
+#include "safety/Setup.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <pugixml.hpp>
+#include <sstream>
+
+#include "core/StateFiles.h"
+#include "platform/simulated/MemoryLaptop.h"
+
+namespace tovi {
+namespace {
+
+constexpr char kRule[] = "/private/etc/sudoers.d/tovi";
+constexpr char kLink[] = "/usr/local/bin/tovi";
+
+// Tools whose every answer is on order.
+class OrderedCommands final : public Commands {
+ public:
+  std::function<int(const std::string&)> code = [](const std::string&) { return 0; };
+  ElevationResult answer;
+
+  CommandResult run(const std::string& path, const std::vector<std::string>& arguments) override {
+    return {code(MemoryLaptop::Command{0, path, arguments}.line()), {}};
+  }
+  void spawn(const std::string&, const std::vector<std::string>&) override {}
+  ElevationResult runElevated(const std::string&, const std::string&) override { return answer; }
+  std::optional<Pid> start(const std::string&, const std::vector<std::string>&) override { return std::nullopt; }
+  int wait(Pid) override { return 1; }
+};
+
+Machine with(const Machine& m, const Surroundings& surroundings, Commands& commands) {
+  return {surroundings, m.clock,      m.queue,     m.files,  m.fileEvents, m.processes, m.power,
+          m.displays,   m.assertions, m.workspace, commands, m.defaults,   m.broadcast, m.notices};
+}
+
+struct House {
+  MemoryLaptop laptop;
+  StateFiles state{laptop.machine()};
+  tovi::Setup setup{laptop.machine(), state};
+
+  explicit House(bool privileged = false, MemoryLaptop::Options options = {}) : laptop(std::move(options)) {
+    laptop.edit([&](LaptopReport& report) { report.privileged = privileged; });
+  }
+  void refuse(std::vector<std::string> commands) {
+    laptop.edit([&](LaptopReport& report) { report.refuse = std::move(commands); });
+  }
+  void answer(LaptopElevation answer) {
+    laptop.edit([&](LaptopReport& report) { report.elevation = answer; });
+  }
+  int passwordsAsked() {
+    int asked = 0;
+    for (const auto& command : laptop.commands()) asked += command.path == "elevated";
+    return asked;
+  }
+  bool sleepDisabled() { return laptop.switches().sleepDisabled; }
+  void expectNoRule(const char* when) {
+    EXPECT_FALSE(laptop.files().exists(kRule)) << when;
+    EXPECT_FALSE(laptop.files().exists("/tmp/tovi-sudoers")) << when;
+  }
+};
+
+TEST(SetupTest, PutsEverythingInPlaceAfterOnePassword) {
+  House house;
+  EXPECT_FALSE(house.setup.setupReady());
+  EXPECT_FALSE(house.setup.cliInstalled());
+  EXPECT_EQ(house.setup.run(false), std::nullopt);
+  EXPECT_EQ(house.passwordsAsked(), 1);
+  EXPECT_TRUE(house.setup.setupReady());
+  EXPECT_TRUE(house.setup.wakeReady());
+  EXPECT_TRUE(house.setup.cliInstalled());
+  EXPECT_TRUE(house.setup.watchdogLoaded());
+  EXPECT_EQ(house.laptop.files().read(kRule), house.setup.sudoersText());
+  EXPECT_EQ(house.laptop.files().status(kRule)->mode, 0440u);
+  EXPECT_EQ(house.laptop.files().status(house.state.path("watchdog.sh"))->mode, 0755u);
+  EXPECT_FALSE(house.laptop.files().exists("/tmp/tovi-sudoers"));
+
+  EXPECT_EQ(house.setup.run(false), std::nullopt);
+  EXPECT_EQ(house.passwordsAsked(), 1) << "what stands is not asked for again";
+}
+
+TEST(SetupTest, EndsNoSession) {
+  for (const bool privileged : {true, false}) {
+    for (const bool holding : {true, false}) {
+      House house(privileged);
+      house.laptop.setSwitches([&](LaptopSwitches& switches) { switches.sleepDisabled = true; });
+      EXPECT_EQ(house.setup.run(holding), std::nullopt);
+      EXPECT_EQ(house.sleepDisabled(), holding) << privileged;
+    }
+  }
+}
+
+TEST(SetupTest, EveryPrivilegedCommandIsInTheRule) {
+  const std::string text = House().setup.sudoersText();
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3);
+  EXPECT_TRUE(text.ends_with("\nanna ALL=(root) NOPASSWD: TOVI_PMSET\n"));
+  for (const std::string& command : LaptopModel::passwordless()) {
+    EXPECT_NE((text + ",").find(" " + command), std::string::npos) << command;
+  }
+  EXPECT_EQ(Setup::commands().size(), LaptopModel::passwordless().size());
+  EXPECT_EQ(text.find('*'), std::string::npos) << "no wildcard: exact arguments only";
+}
+
+TEST(SetupTest, ARefusalLeavesNothingInTheSystemsFolders) {
+  struct Case {
+    const char* name;
+    LaptopElevation answer;
+    std::vector<std::string> refuse;
+    const char* message;
+  };
+  const Case cases[] = {
+      {"cancelled", LaptopElevation::cancel, {}, "Setup cancelled."},
+      {"wrong password", LaptopElevation::fail, {}, "The administrator user name or password was incorrect."},
+      {"faulty rule", LaptopElevation::grant, {"visudo"}, "visudo: the laptop refused this command"},
+  };
+  for (const Case& one : cases) {
+    House house;
+    house.answer(one.answer);
+    house.refuse(one.refuse);
+    EXPECT_EQ(house.setup.run(false), one.message) << one.name;
+    house.expectNoRule(one.name);
+    EXPECT_FALSE(house.laptop.files().exists(kLink)) << one.name;
+  }
+}
+
+TEST(SetupTest, ARuleThatSudoDoesNotFollowIsNoSuccess) {
+  House house;
+  house.refuse({"pmset -a disablesleep 0"});
+  EXPECT_EQ(house.setup.run(false), "Installed, but sudo isn't accepting it yet. Try Set up again.");
+}
+
+TEST(SetupTest, AFailureWithoutWordsStillHasSome) {
+  House house;
+  OrderedCommands commands;
+  commands.answer = {ElevationResult::Outcome::failed, ""};
+  const Machine machine = with(house.laptop.machine(), house.laptop.surroundings(), commands);
+  EXPECT_EQ(tovi::Setup(machine, house.state).installSudoers(false), "Setup failed.");
+}
+
+TEST(SetupTest, WakeNeedsBothAnswersOfSudo) {
+  House house;
+  OrderedCommands commands;
+  const Machine machine = with(house.laptop.machine(), house.laptop.surroundings(), commands);
+  const tovi::Setup setup(machine, house.state);
+  EXPECT_TRUE(setup.wakeReady());
+  for (const char* refused :
+       {"/usr/bin/sudo -n -l /usr/bin/pmset relative wake 900", "/usr/bin/sudo -n -l /usr/bin/tmutil enable"}) {
+    commands.code = [=](const std::string& line) { return line == refused ? 1 : 0; };
+    EXPECT_FALSE(setup.wakeReady()) << refused;
+  }
+}
+
+TEST(SetupTest, ARuleOfAnOlderKindIsInstalledAnew) {
+  House house(true);
+  OrderedCommands commands;
+  commands.answer = {ElevationResult::Outcome::cancelled, {}};
+  commands.code = [](const std::string& line) { return line.find("tmutil") == std::string::npos ? 0 : 1; };
+  const Machine machine = with(house.laptop.machine(), house.laptop.surroundings(), commands);
+  EXPECT_EQ(tovi::Setup(machine, house.state).run(false), "Setup cancelled.")
+      << "asked, because backups aren't covered";
+}
+
+TEST(SetupTest, AnApplicationThatIsNotInstalledChangesNothing) {
+  for (const char* path : {"/Users/anna/Downloads/Tovi.app/Contents/MacOS/Tovi", "/ApplicationsX/Tovi"}) {
+    House house(false, {.executable = path});
+    EXPECT_EQ(house.setup.run(false), "Move Tovi to your Applications folder first, then open it from there.") << path;
+    EXPECT_FALSE(house.setup.watchdogReady());
+    EXPECT_TRUE(house.laptop.commands().empty());
+  }
+}
+
+TEST(SetupTest, AFolderThatCannotBeWrittenIsSaid) {
+  House house;
+  house.laptop.files().setReadOnly("/home/anna");
+  const auto failed = house.setup.run(false);
+  ASSERT_TRUE(failed);
+  EXPECT_NE(failed->find("watchdog.sh"), std::string::npos) << *failed;
+  EXPECT_EQ(house.passwordsAsked(), 0);
+}
+
+TEST(LaunchAgent, NamesTheScriptWhateverItsPath) {
+  House house(false, {.home = "/home/a <b>&\"c'"});
+  ASSERT_EQ(house.setup.installWatchdog(), std::nullopt);
+  pugi::xml_document document;
+  const std::string text = *house.laptop.files().read(house.setup.watchdogPlistPath());
+  ASSERT_TRUE(document.load_string(text.c_str()));
+  std::string flat;
+  for (const pugi::xml_node& node : document.child("plist").child("dict")) {
+    flat += fmt::format("{}={};", node.name(), node.text().get());
+    for (const pugi::xml_node& inner : node.children("string")) flat += fmt::format("{};", inner.text().get());
+  }
+  EXPECT_EQ(flat, fmt::format("key=Label;string=com.norvane.tovi.watchdog;key=ProgramArguments;array=;/bin/sh;{};"
+                              "key=StartInterval;integer=60;key=RunAtLoad;true=;",
+                              house.state.path("watchdog.sh")));
+}
+
+TEST(LaunchAgent, AFailedStartIsSaidUnlessItRunsForAllThat) {
+  House house;
+  house.refuse({"launchctl bootstrap"});
+  EXPECT_EQ(house.setup.installWatchdog(), "Couldn't start the watchdog: launchctl: the laptop refused this command");
+  house.laptop.setSwitches([](LaptopSwitches& switches) { switches.watchdogLoaded = true; });
+  house.refuse({"launchctl bootout"});
+  EXPECT_EQ(house.setup.installWatchdog(), std::nullopt) << "loaded already";
+  house.refuse({});
+  EXPECT_EQ(house.setup.installWatchdog(), std::nullopt) << "replaced";
+}
+
+TEST(LaunchAgent, FollowsAnApplicationThatMoved) {
+  House house;
+  house.setup.refreshWatchdogScript();
+  EXPECT_FALSE(house.state.exists("watchdog.sh")) << "no script without set-up";
+  ASSERT_EQ(house.setup.installWatchdog(), std::nullopt);
+  const auto operations = house.laptop.faults().operations();
+  house.setup.refreshWatchdogScript();
+  EXPECT_EQ(house.laptop.faults().operations(), operations) << "unchanged, so not written";
+  house.laptop.files().put(house.state.path("watchdog.sh"), "old", 0600);
+  house.setup.refreshWatchdogScript();
+  EXPECT_EQ(house.state.read("watchdog.sh"), house.setup.watchdogScript());
+  EXPECT_EQ(house.laptop.files().status(house.state.path("watchdog.sh"))->mode, 0755u);
+}
+
+TEST(Removal, TakesAwayAllThatSetupMade) {
+  House house;
+  ASSERT_EQ(house.setup.run(false), std::nullopt);
+  house.laptop.forgetCommands();
+  EXPECT_EQ(house.setup.uninstall(), std::nullopt);
+  EXPECT_EQ(house.passwordsAsked(), 1);
+  house.expectNoRule("removed");
+  EXPECT_FALSE(house.laptop.files().exists(kLink));
+  EXPECT_FALSE(house.setup.watchdogReady());
+  EXPECT_FALSE(house.laptop.switches().watchdogLoaded);
+  EXPECT_EQ(house.setup.uninstall(), std::nullopt);
+  EXPECT_EQ(house.passwordsAsked(), 1) << "nothing left that needs one";
+}
+
+TEST(Removal, LeavesSomebodyElsesLinkAndSeesAHiddenRule) {
+  House house(true);
+  house.laptop.files().put("/opt/other", "");
+  house.laptop.files().put("/usr/local/bin/x", "");
+  house.laptop.files().link("/opt/other", kLink);
+  EXPECT_EQ(house.setup.uninstall(), std::nullopt);
+  EXPECT_FALSE(house.laptop.report().privileged) << "live although no file could be seen";
+  EXPECT_TRUE(house.laptop.files().exists(kLink));
+  House cancelled(true);
+  cancelled.answer(LaptopElevation::cancel);
+  EXPECT_EQ(cancelled.setup.uninstall(), "Setup cancelled.");
+}
+
+// The script is run for real, by the shell that a launch agent gets.
+class Script : public testing::Test {
+ protected:
+  std::string home_ = testing::TempDir() + "tovi-script-XXXXXX";
+  std::string folder_, executable_;
+
+  void SetUp() override {
+    ASSERT_NE(mkdtemp(home_.data()), nullptr);
+    folder_ = home_ + "/Library/Application Support/Tovi";
+    executable_ = home_ + "/it's $(not) \"plain\"; it`s \\Tovi";
+    ASSERT_EQ(shell("mkdir -p \"$HOME/Library/Application Support/Tovi\""), 0);
+    House house;
+    Surroundings surroundings = house.laptop.surroundings();
+    surroundings.executable = executable_;
+    surroundings.statModified = "/usr/bin/stat -c %Y";
+    const Machine machine = with(house.laptop.machine(), surroundings, house.laptop.machine().commands);
+    std::string text = tovi::Setup(machine, house.state).watchdogScript();
+    const std::string sudo = "/usr/bin/sudo";
+    ASSERT_NE(text.find(sudo), std::string::npos);
+    text.replace(text.find(sudo), sudo.size(), home_ + "/sudo");
+    write("watchdog.sh", text);
+  }
+  void TearDown() override { EXPECT_EQ(shell("rm -rf \"$HOME\""), 0); }
+
+  int shell(const std::string& command) const {
+    return std::system(fmt::format("HOME='{}'; export HOME; {}", home_, command).c_str());
+  }
+  void write(const std::string& name, const std::string& content) { std::ofstream(folder_ + "/" + name) << content; }
+  // A program that writes its arguments down and ends with `code`.
+  void program(const std::string& path, int code) {
+    std::ofstream(path) << "#!/bin/sh\nprintf '%s\\n' \"$*\" >> \"$HOME/ran\"\nexit " << code << "\n";
+    ASSERT_EQ(chmod(path), 0);
+  }
+  static int chmod(const std::string& path) { return ::chmod(path.c_str(), 0755); }
+  // What the programs were run with in one run of the script.
+  std::string run() {
+    std::ofstream(home_ + "/ran").flush();
+    EXPECT_EQ(shell("/bin/sh \"$HOME/Library/Application Support/Tovi/watchdog.sh\""), 0);
+    std::ifstream file(home_ + "/ran");
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+  }
+  bool holds() const { return access((folder_ + "/hold").c_str(), F_OK) == 0; }
+  void age(int seconds) {
+    ASSERT_EQ(shell(fmt::format("touch -d '{} seconds ago' \"{}/alive\"", seconds, folder_)), 0);
+  }
+};
+
+TEST_F(Script, IsPlainShell) {
+  EXPECT_EQ(shell("/bin/sh -n \"$HOME/Library/Application Support/Tovi/watchdog.sh\""), 0);
+}
+
+TEST_F(Script, WakesTheProgramOnlyWhenTheBeatIsOld) {
+  program(executable_, 0);
+  EXPECT_EQ(run(), "cli watchdog\n") << "never beat";
+  write("alive", "");
+  EXPECT_EQ(run(), "");
+  age(30);
+  EXPECT_EQ(run(), "");
+  age(41);
+  EXPECT_EQ(run(), "cli watchdog\n");
+}
+
+TEST_F(Script, SwitchesSleepBackOnWhenTheProgramIsGone) {
+  program(home_ + "/sudo", 0);
+  EXPECT_EQ(run(), "") << "no marker, not ours";
+  write("hold", "");
+  EXPECT_EQ(run(), "-n /usr/bin/pmset -a disablesleep 0\n");
+  EXPECT_FALSE(holds());
+  write("hold", "");
+  program(home_ + "/sudo", 1);
+  EXPECT_EQ(run(), "-n /usr/bin/pmset -a disablesleep 0\n");
+  EXPECT_TRUE(holds()) << "kept for the next minute";
+}
+
+}  // namespace
+}  // namespace tovi
