@@ -1,0 +1,95 @@
+// The two-second turn: what is looked at in which of them, so that each stays cheap.
+
+#include <algorithm>
+
+#include "engine/Engine.h"
+#include "engine/Warnings.h"
+#include "observe/DisplayPower.h"
+#include "platform/Clock.h"
+#include "platform/Files.h"
+#include "safety/Heartbeat.h"
+
+namespace tovi {
+
+namespace {
+
+constexpr int kSleepRetries = 3;
+constexpr double kSleepRetryStep = 60;  // seconds
+
+}  // namespace
+
+void Engine::tick() {
+  ++ticks;
+  const auto every = [this](std::int64_t count) { return ticks % count == 0; };
+
+  Heartbeat::beat(machine_, state_);
+  retrySleep();
+  if (const bool closed = Registry::lidClosed(machine_); closed != lidClosed) lidChanged(closed);
+  if (panelOpen || every(5)) readBattery();
+  if (every(panelOpen ? 2 : lidClosed ? 8 : 5)) sampleWatchers();
+  if (panelOpen || every(15)) sampleEnergy();
+  if (lidClosed && holding && !powerTestRunning && every(15)) {
+    applyClosedTargets(heatForced ? Preset::longest : config->preset, {});
+  }
+  if (!touched->empty() && !(lidClosed && holding) && !measuring && every(5)) restoreApps();
+  if (!lidClosed && every(2)) repairScreen();
+  if (holding) state_.touch(state_.path("hold"));
+  if (ticks % 150 == 3) checkWatchdog();
+  if (pendingRelease) retryRelease();
+  if (every(5)) reloadConfigIfEdited();
+  evaluate();
+  settleAdoptedHold();
+  settleWarning();
+}
+
+void Engine::retrySleep() {
+  if (!receipt.get() || !receipt.get()->sleepRequestedAt || receipt.get()->sleptAt || receipt.get()->openedAt) return;
+  if (!lidClosed || holding || sleepRetries >= kSleepRetries) return;
+  const double waited = secondsBetween(*receipt.get()->sleepRequestedAt, now());
+  if (waited < kSleepRetryStep * static_cast<double>(sleepRetries + 1)) return;
+  ++sleepRetries;
+  shell().pmsetRoot({"sleepnow"});
+}
+
+void Engine::sampleWatchers() {
+  std::vector<AgentKind> kinds;
+  for (const CustomAgent& agent : config->customAgents) kinds.push_back(AgentKind::custom(agent));
+  watcher_.sample(config->watchedApps, config->countRequests, kinds);
+  sessions = watcher_.sessions();
+  blockers = watcher_.blockers();
+  const Date at = now();
+  for (const AgentSession& session : *sessions) {
+    const auto& shownOnly = config->trackOnly;
+    if (session.kind.isRequest() || std::find(shownOnly.begin(), shownOnly.end(), session.kind.id) != shownOnly.end() ||
+        (session.kind == AgentKind::claudeApp() && !config->countClaudeApp)) {
+      continue;
+    }
+    lastSeen = Sighting{at, session.kind.name};
+    if (secondsBetween(session.lastActive, at) < kWorkingSeconds) {
+      lastWork = Sighting{std::max(at + -kWorkingSeconds, session.lastActive), session.kind.name};
+    }
+  }
+  detectFinished();
+}
+
+void Engine::sampleEnergy() {
+  auto sampled = sampler_.sample();
+  if (sampled.empty()) return;
+  keepApps(std::move(sampled));
+  updateBaseline();
+  if (lidClosed && holding) accumulateSavings();
+}
+
+void Engine::repairScreen() {
+  if (state_.exists("display-off")) DisplayPower::restoreBuiltIn(machine_, state_);
+  if (state_.exists("brightness-restore")) Brightness::restore(machine_, state_);
+}
+
+void Engine::retryRelease() {
+  if (!switchSleepOn()) return;
+  pendingRelease = false;
+  clearWarning(warnings::kReleasePending);
+  state_.remove(state_.path("hold"));
+}
+
+}  // namespace tovi
