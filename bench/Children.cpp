@@ -1,0 +1,128 @@
+#include "Children.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+namespace tovi::bench {
+
+namespace {
+
+std::vector<char*> pointers(const std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (const auto& text : texts) result.push_back(const_cast<char*>(text.c_str()));
+  result.push_back(nullptr);
+  return result;
+}
+
+// -1 if it can't start.
+pid_t start(const std::vector<std::string>& words, const Environment& environment) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  pid_t pid = -1;
+  const int failed =
+      ::posix_spawnp(&pid, words[0].c_str(), &actions, nullptr, pointers(words).data(), pointers(environment).data());
+  posix_spawn_file_actions_destroy(&actions);
+  return failed ? -1 : pid;
+}
+
+long numberAfter(const std::string& file, const std::string& key) {
+  std::ifstream lines(file);
+  for (std::string line; std::getline(lines, line);)
+    if (line.starts_with(key + ":")) return std::atol(line.c_str() + key.size() + 1);
+  return -1;
+}
+
+}  // namespace
+
+std::size_t processCount() {
+  std::size_t count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const auto name = entry.path().filename().string();
+    if (name.find_first_not_of("0123456789") == std::string::npos) ++count;
+  }
+  return count;
+}
+
+bool Sleepers::fillUpTo(std::size_t count) {
+  for (auto missing = count - std::min(count, processCount()); missing > 0; --missing) {
+    const pid_t pid = ::fork();
+    if (pid < 0) return false;
+    if (pid == 0) {
+      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+      ::execl("/bin/sleep", "sleep", "3600", static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    pids_.push_back(pid);
+  }
+  return true;
+}
+
+Sleepers::~Sleepers() {
+  for (const pid_t pid : pids_) ::kill(pid, SIGKILL);
+  for (const pid_t pid : pids_) ::waitpid(pid, nullptr, 0);
+}
+
+Run run(const std::vector<std::string>& words, const Environment& environment) {
+  Run result;
+  const auto begin = std::chrono::steady_clock::now();
+  const pid_t pid = start(words, environment);
+  if (pid < 0) return result;
+  int status = 0;
+  rusage usage{};
+  if (::wait4(pid, &status, 0, &usage) != pid) return result;
+  result.wallSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+  };
+  result.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return result;
+}
+
+Resident::Resident(const std::vector<std::string>& words, const Environment& environment)
+    : pid_(start(words, environment)) {}
+
+Resident::~Resident() {
+  if (pid_ < 2) return;
+  ::kill(pid_, SIGTERM);
+  for (int i = 0; i < 100; ++i) {
+    if (::waitpid(pid_, nullptr, WNOHANG) == pid_) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  ::kill(pid_, SIGKILL);
+  ::waitpid(pid_, nullptr, 0);
+}
+
+double Resident::cpuSeconds() const {
+  clockid_t clock{};
+  timespec time{};
+  if (::clock_getcpuclockid(pid_, &clock) != 0 || ::clock_gettime(clock, &time) != 0) return -1;
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+long Resident::status(const std::string& key) const {
+  return numberAfter("/proc/" + std::to_string(pid_) + "/status", key);
+}
+
+long Resident::wakeUps() const {
+  long sum = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task"))
+    sum += numberAfter((task.path() / "status").string(), "voluntary_ctxt_switches");
+  return sum;
+}
+
+}  // namespace tovi::bench

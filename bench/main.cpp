@@ -1,0 +1,268 @@
+// Measures what Tovi costs, on this machine, with real processes and the program as people run it, and prints one
+// table. It starts thousands of sleeping processes and ends them again; the home folder is a temporary one.
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "Children.h"
+#include "Table.h"
+#include "core/StateFiles.h"
+#include "engine/Engine.h"
+#include "observe/AgentWatcher.h"
+#include "platform/linux/LinuxMachine.h"
+#include "platform/simulated/MemoryLaptop.h"
+#include "safety/Setup.h"
+
+namespace tovi::bench {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kFew = 300;
+constexpr std::size_t kMany = 3000;
+constexpr double kTickSeconds = 2;
+// Younger processes are read again at every sample, older ones by turns; each has had its turn after so many samples.
+constexpr auto kOld = std::chrono::seconds(61);
+constexpr int kTurns = 16;
+
+void say(const std::string& line) { std::fputs((line + "\n").c_str(), stderr); }
+
+double secondsSince(Clock::time_point begin) { return std::chrono::duration<double>(Clock::now() - begin).count(); }
+
+double ownCpuSeconds() {
+  timespec time{};
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+double median(std::vector<double> values) {
+  if (values.empty()) return -1;
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+double medianOf(int times, const std::function<double()>& measure) {
+  std::vector<double> values;
+  for (int i = 0; i < times; ++i) values.push_back(measure());
+  return median(std::move(values));
+}
+
+// A home, a runtime folder and a simulated laptop to try things on.
+class Stage {
+ public:
+  Stage() {
+    std::string pattern = (fs::temp_directory_path() / "tovi-bench-XXXXXX").string();
+    if (!::mkdtemp(pattern.data())) std::abort();
+    root_ = pattern;
+    for (const char* folder : {"home", "run", "tmp", "laptop"}) fs::create_directory(root_ / folder);
+    fs::permissions(root_ / "run", fs::perms::owner_all);
+    std::ofstream(root_ / "laptop/laptop.json")
+        << "{\"applicationsFolder\": \"" << program().parent_path().string() << "/\"}\n";
+  }
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+  ~Stage() {
+    std::error_code ignored;
+    fs::remove_all(root_, ignored);
+  }
+
+  static fs::path program() { return TOVI_PROGRAM; }
+  static std::string tool() { return (program().parent_path() / "tovi").string(); }
+  fs::path root() const { return root_; }
+  std::string home() const { return (root_ / "home").string(); }
+
+  Environment environment() const {
+    return {"HOME=" + home(),
+            "TMPDIR=" + (root_ / "tmp").string(),
+            "XDG_RUNTIME_DIR=" + (root_ / "run").string(),
+            "TOVI_MACHINE=" + (root_ / "laptop").string(),
+            "PATH=/usr/local/bin:/usr/bin:/bin",
+            "LC_ALL=C.UTF-8"};
+  }
+
+ private:
+  fs::path root_;
+};
+
+// Processor time of one look for agents, and of one ps over the same processes.
+class AgentSample {
+ public:
+  explicit AgentSample(const Stage& stage)
+      : machine_(surroundings(stage)), view_(machine_.machine()), watcher_(view_) {}
+
+  void measure(Table& table, std::size_t processes, double goal) {
+    constexpr int kSamples = 4 * kTurns;
+    for (int i = 0; i < 2 * kTurns; ++i) look();
+    double spent = 0;
+    for (int i = 0; i < kSamples; ++i) {
+      // Not in one go: in life, other work has had the caches in the meantime.
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      const double before = ownCpuSeconds();
+      look();
+      spent += ownCpuSeconds() - before;
+    }
+    const double sample = spent / kSamples;
+    const double ps = medianOf(9, [] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      return run({"ps", "-eo", "pid,ppid,lstart,args"}, {"PATH=/usr/bin:/bin"}).cpuSeconds;
+    });
+    const auto what = fmt::format("agent sample over {} processes / one ps", processes);
+    if (ps <= 0) return table.addMissing(what, "ps doesn't run here");
+    say(fmt::format("  one sample {:.2f} ms, one ps {:.1f} ms, {} processes", sample * 1e3, ps * 1e3, processCount()));
+    table.add(what, sample / ps, "", goal, 3);
+  }
+
+ private:
+  static Surroundings surroundings(const Stage& stage) {
+    Surroundings result;
+    result.home = stage.home();
+    result.stateFolder = stage.home() + "/Library/Application Support/Tovi";
+    result.temporaryFolder = (stage.root() / "tmp").string();
+    result.uid = ::getuid();
+    return result;
+  }
+
+  void look() { watcher_.sample({}, true, {}); }
+
+  LinuxMachine machine_;
+  Machine view_;
+  AgentWatcher watcher_;
+};
+
+bool answers(const Stage& stage) {
+  for (int i = 0; i < 100; ++i) {
+    if (run({Stage::tool(), "config"}, stage.environment()).status == 0) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  return false;
+}
+
+void measureIdle(Table& table, const Resident& app, std::chrono::seconds span) {
+  const auto begin = Clock::now();
+  const double cpu = app.cpuSeconds();
+  const long wakeUps = app.wakeUps();
+  std::this_thread::sleep_for(span);
+  const double seconds = secondsSince(begin);
+  table.add(fmt::format("idle application, processor over {:.0f} s, {} processes", seconds, kFew),
+            (app.cpuSeconds() - cpu) / seconds * 100, "% of a core", 0.1, 3);
+  table.add("idle application, wake-ups per tick",
+            static_cast<double>(app.wakeUps() - wakeUps) / (seconds / kTickSeconds), "", 1.05, 2);
+  table.add("idle application, anonymous memory", static_cast<double>(app.status("RssAnon")) / 1024, "MiB", 3, 2);
+  table.add("idle application, resident memory", static_cast<double>(app.status("VmRSS")) / 1024, "MiB", 16, 2);
+}
+
+// An ordinary working life: an agent that works half of each hour, a lid that is closed at night, forty other
+// processes. Nothing if the engine didn't do its work.
+std::optional<double> virtualDaysPerSecond(int days) {
+  MemoryLaptop laptop;
+  const StateFiles state(laptop.machine());
+  if (Setup(laptop.machine(), state).run(false)) return std::nullopt;
+  const auto add = [&](const std::string& path, double watts, double cores) {
+    MemoryProcess process;
+    process.path = path;
+    process.watts = watts;
+    process.cores = cores;
+    return laptop.processes().add(process);
+  };
+  for (int i = 0; i < 40; ++i) add(fmt::format("/usr/bin/tool{}", i), 0.01, 0.005);
+  const Pid agent = add("/usr/bin/claude", 2, 0.5);
+  Engine engine(laptop.machine(), false);
+  const auto begin = Clock::now();
+  for (int hour = 0; hour < 24 * days; ++hour) {
+    laptop.edit([&](LaptopReport& report) { report.lid = hour % 24 < 8 ? LaptopLid::closed : LaptopLid::open; });
+    laptop.processes().setRates(agent, 2, 0.5);
+    laptop.advance(1800);
+    if (!laptop.switches().sleepDisabled) return std::nullopt;
+    laptop.processes().setRates(agent, 0, 0);
+    laptop.advance(1800);
+    if (laptop.switches().sleepDisabled) return std::nullopt;
+  }
+  return days / secondsSince(begin);
+}
+
+int measureAll(bool quick) {
+  Table table;
+  Stage stage;
+  const auto environment = stage.environment();
+  if (run({Stage::tool(), "setup"}, environment).status != 0) {
+    say("tovi setup failed on the simulated laptop");
+    return 1;
+  }
+  {
+    Sleepers sleepers;
+    AgentSample sample(stage);
+    Resident app({Stage::program().string()}, environment);
+    if (!answers(stage)) {
+      say("the application doesn't answer");
+      return 1;
+    }
+    if (!sleepers.fillUpTo(kFew)) return 1;
+    say(fmt::format("Letting {} processes grow old (a minute)", kFew));
+    std::this_thread::sleep_for(kOld);
+    sample.measure(table, kFew, 0.15);
+
+    const auto span = quick ? std::chrono::seconds(30) : std::chrono::seconds(300);
+    say(fmt::format("Watching the idle application ({} s)", span.count()));
+    measureIdle(table, app, span);
+
+    say("Timing the command line tool");
+    table.add("tovi help, from start to exit",
+              medianOf(200,
+                       [&] {
+                         return run({Stage::tool(), "help"}, environment).wallSeconds;
+                       }) *
+                  1e3,
+              "ms", 5, 2);
+    table.add("tovi config, from start to exit",
+              medianOf(100,
+                       [&] {
+                         return run({Stage::tool(), "config"}, environment).wallSeconds;
+                       }) *
+                  1e3,
+              "ms", 50, 2);
+
+    if (!sleepers.fillUpTo(kMany)) {
+      table.addMissing(fmt::format("agent sample over {} processes / one ps", kMany), "no more processes allowed here");
+    } else {
+      say(fmt::format("Letting {} processes grow old (a minute)", kMany));
+      std::this_thread::sleep_for(kOld);
+      sample.measure(table, kMany, 0.10);
+    }
+  }
+  say("Living virtual days");
+  const std::string virtualLife = "an engine's life in virtual time";
+  if (const auto days = virtualDaysPerSecond(quick ? 2 : 10))
+    table.add(virtualLife, *days, "days/s", 1, 1, true);
+  else
+    table.addMissing(virtualLife, "the engine didn't follow its agent");
+
+  std::fputs(table.text().c_str(), stdout);
+  return table.allMet() ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace tovi::bench
+
+int main(int argc, char** argv) {
+  const std::string_view option = argc > 1 ? argv[1] : "";
+  if (argc > 2 || (argc == 2 && option != "--quick")) {
+    std::fputs("tovi_bench [--quick]\n", stderr);
+    return 2;
+  }
+  return tovi::bench::measureAll(option == "--quick");
+}

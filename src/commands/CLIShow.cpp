@@ -1,0 +1,134 @@
+// Replies as a person reads them.
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+
+#include "commands/CLI.h"
+#include "commands/Output.h"
+#include "commands/Wire.h"
+#include "core/Dates.h"
+#include "core/Json.h"
+
+namespace tovi {
+
+namespace {
+
+std::string textOr(const json::Value& object, std::string_view key, const char* otherwise = "") {
+  return json::textAt(object, key).value_or(otherwise);
+}
+
+double numberOrZero(const json::Value& object, std::string_view key) { return json::numberAt(object, key).value_or(0); }
+
+const json::Value& listAt(const json::Value& object, std::string_view key) {
+  static const json::Value kNone = json::Value::array();
+  const json::Value* list = json::member(object, key);
+  return list != nullptr && list->is_array() ? *list : kNone;
+}
+
+std::string holdLine(const json::Value& hold) {
+  std::string line = "hold " + textOr(hold, "id");
+  const auto until = json::textAt(hold, "until");
+  if (const auto date = until ? dates::parseIso8601(*until) : std::nullopt) line += " until " + dates::shortTime(*date);
+  return line;
+}
+
+std::string batteryLine(const json::Value& battery) {
+  const std::string draw = json::boolAt(battery, "on_power").value_or(false)
+                               ? "on power"
+                               : fmt::format("{:.1f} W", numberOrZero(battery, "watts"));
+  return fmt::format("battery {}% {}", json::integerAt(battery, "percent").value_or(0), draw);
+}
+
+std::string activity(const json::Value& session) {
+  if (json::boolAt(session, "running_command").value_or(false)) return "working (running a command)";
+  if (json::boolAt(session, "working").value_or(false)) return "working";
+  const auto minutes = json::integerAt(session, "idle_minutes").value_or(-1);
+  return minutes < 0 ? "idle" : fmt::format("idle for {} min", minutes);
+}
+
+using Row = std::array<std::string, 3>;
+
+std::size_t width(std::string_view text) {
+  return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+// One line a row, empty cells left out, or in columns where a person looks at them.
+void printRows(const std::vector<Row>& rows, Output& output) {
+  Row::size_type column = 0;
+  std::array<std::size_t, 3> widths{};
+  if (output.isTerminal()) {
+    for (const Row& row : rows) {
+      for (column = 0; column < row.size(); ++column) widths[column] = std::max(widths[column], width(row[column]));
+    }
+  }
+  for (const Row& row : rows) {
+    std::string line;
+    for (column = 0; column < row.size(); ++column) {
+      if (row[column].empty() && widths[column] == 0) continue;
+      if (column > 0) line += "  ";
+      line += row[column];
+      const bool last = column + 1 == row.size();
+      if (!last && widths[column] > width(row[column])) line.append(widths[column] - width(row[column]), ' ');
+    }
+    output.line(line);
+  }
+}
+
+void printSessions(const json::Value& reply, Output& output) {
+  std::vector<Row> rows;
+  for (const json::Value& session : listAt(reply, "watching")) {
+    std::string name = textOr(session, "name");
+    if (const auto count = json::integerAt(session, "instances").value_or(1); count > 1) {
+      name += fmt::format(" ×{}", count);
+    }
+    rows.push_back({std::move(name), textOr(session, "project"), activity(session)});
+  }
+  printRows(rows, output);
+}
+
+void printApps(const json::Value& apps, Output& output) {
+  for (const json::Value& app : apps) {
+    output.line(fmt::format("  {:6.2f} W  {}  ({})", numberOrZero(app, "watts"), textOr(app, "name"),
+                            textOr(app, "while_closed")));
+  }
+}
+
+}  // namespace
+
+int CLI::show(const nlohmann::json& reply, bool raw, Output& output) {
+  const bool failed = json::boolAt(reply, "ok") == false;
+  if (raw) {
+    output.line(Wire::json(reply));
+    return failed ? 1 : 0;
+  }
+  if (failed) {
+    output.errorLine("tovi: " + textOr(reply, "error", "failed"));
+    return 1;
+  }
+  if (const auto status = json::textAt(reply, "status")) output.line(*status);
+  if (const auto* hold = json::member(reply, "hold")) output.line(holdLine(*hold));
+  if (const auto* battery = json::member(reply, "battery")) output.line(batteryLine(*battery));
+  if (const auto hours = json::numberAt(reply, "hours_left_closed")) {
+    output.line(fmt::format("lid closed: ≈{:.1f} h left (≈{:.1f} W, estimated)", *hours,
+                            numberOrZero(reply, "closed_estimate_watts")));
+  }
+  for (const char* note : {"warning", "setup_error"}) {
+    if (const auto text = json::textAt(reply, note)) output.line("note: " + *text);
+  }
+  std::vector<std::string> left;
+  for (const json::Value& item : listAt(reply, "not_put_back_yet")) left.push_back(json::asText(item).value_or(""));
+  if (!left.empty()) output.line(fmt::format("not put back yet: {}", fmt::join(left, ", ")));
+  printSessions(reply, output);
+  printApps(listAt(reply, "apps"), output);
+  printApps(listAt(reply, "apps_using_energy"), output);
+  if (const auto released = json::integerAt(reply, "released")) output.line(fmt::format("released {}", *released));
+  if (const auto path = json::textAt(reply, "path")) output.line(*path);
+  if (const auto* config = json::member(reply, "config")) output.line(Wire::json(*config));
+  return 0;
+}
+
+}  // namespace tovi

@@ -1,0 +1,42 @@
+// One command under way: whom it may ask, and the way back to whoever sent it.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
+#include <string_view>
+
+#include "commands/Arguments.h"
+
+namespace tovi {
+
+class Engine;
+class StatusController;
+
+struct CommandCall {
+  Engine& engine;
+  StatusController& ui;
+  std::function<void(const nlohmann::json&)> reply;  // called exactly once, at once or later
+  std::weak_ptr<const bool> center;                  // gone: the program ends, and nobody is to be answered
+
+  void succeed() const;                             // "ok" and the status line
+  void succeed(const nlohmann::json& extra) const;  // and the keys of `extra`
+  void fail(std::string_view error) const;
+};
+
+// The commands, by topic. Each answers through the call.
+namespace handlers {
+
+using Handler = void(const Arguments& args, const CommandCall& call);
+
+// What it is doing.
+Handler status, energy, config;
+// Staying awake and going to sleep.
+Handler mode, track, sleepNow, hold, release, releaseOwn, releasePid, wake, overrideFloor;
+// Presets, rules and lists.
+Handler preset, rule, watch, agent;
+// The program itself.
+Handler open, settings, quit;
+
+}  // namespace handlers
+}  // namespace tovi

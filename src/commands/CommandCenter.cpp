@@ -1,0 +1,81 @@
+#include "commands/CommandCenter.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "commands/CommandCall.h"
+#include "commands/Wire.h"
+#include "core/Json.h"
+#include "engine/Engine.h"
+#include "platform/Broadcast.h"
+
+namespace tovi {
+
+namespace {
+
+struct Command {
+  std::string_view name;
+  handlers::Handler* run;
+};
+
+constexpr Command kCommands[] = {
+    {"status", handlers::status},
+    {"energy", handlers::energy},
+    {"config", handlers::config},
+    {"mode", handlers::mode},
+    {"track", handlers::track},
+    {"sleep_now", handlers::sleepNow},
+    {"hold", handlers::hold},
+    {"release", handlers::release},
+    {"release_own", handlers::releaseOwn},
+    {"release_pid", handlers::releasePid},
+    {"wake", handlers::wake},
+    {"override_floor", handlers::overrideFloor},
+    {"preset", handlers::preset},
+    {"rule", handlers::rule},
+    {"watch", handlers::watch},
+    {"agent", handlers::agent},
+    {"open", handlers::open},
+    {"settings", handlers::settings},
+    {"quit", handlers::quit},
+};
+
+}  // namespace
+
+void CommandCall::succeed() const { succeed(nlohmann::json::object()); }
+
+void CommandCall::succeed(const nlohmann::json& extra) const {
+  nlohmann::json answer{{"ok", true}, {"status", engine.statusLine()}};
+  answer.update(extra);
+  reply(answer);
+}
+
+void CommandCall::fail(std::string_view error) const { reply(Wire::failure(error)); }
+
+CommandCenter::CommandCenter(Engine& engine, StatusController& ui)
+    : engine_(engine), ui_(ui), alive_(std::make_shared<const bool>(true)) {
+  requests_ = engine.machine().broadcast.listen([this](const std::string& text) { receive(text); });
+}
+
+void CommandCenter::receive(const std::string& text) {
+  const auto request = json::parseObject(text);
+  if (!request) return;
+  const auto id = json::textAt(*request, "id");
+  const auto command = json::textAt(*request, "cmd");
+  if (!id || !command || !Wire::isRequestId(*id)) return;
+  const nlohmann::json* args = json::member(*request, "args");
+  handle(*command, args != nullptr ? *args : nlohmann::json::object(),
+         [&engine = engine_, id = *id](const nlohmann::json& reply) {
+           const StateFiles& state = engine.state();
+           state.writeAtomically(Wire::json(reply), Wire::replyPath(engine.machine(), state, id), Wire::kReplyMode);
+         });
+}
+
+void CommandCenter::handle(std::string_view command, const nlohmann::json& args, Reply reply) {
+  const CommandCall call{engine_, ui_, std::move(reply), alive_};
+  const auto row = std::ranges::find(kCommands, command, &Command::name);
+  if (row == std::end(kCommands)) return call.fail("Unknown command " + std::string{command});
+  row->run(Arguments{args}, call);
+}
+
+}  // namespace tovi

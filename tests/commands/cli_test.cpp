@@ -1,0 +1,297 @@
+// The command line tool's words, on a laptop where the application runs or doesn't.
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "app/AppDelegate.h"
+#include "commands/CLI.h"
+#include "commands/CLITexts.h"
+#include "commands/Center.h"
+#include "commands/Recorder.h"
+#include "safety/Heartbeat.h"
+
+namespace tovi {
+namespace {
+
+class CommandLine : public testing::Test, protected World {
+ protected:
+  Recorder output;
+  std::optional<AppDelegate> app;
+
+  void startApp() {
+    app.emplace(laptop.machine(), nullptr);
+    app->didFinishLaunching(false);
+    Heartbeat::beat(laptop.machine(), state);
+  }
+
+  int run(const CLI::Words& words) {
+    output = {};
+    return CLI::main(words, {.machine = [this]() -> const Machine& { return laptop.machine(); },
+                             .sleep = [this](Seconds span) { laptop.advance(span); },
+                             .output = output});
+  }
+
+  // The command and arguments of the last request, as "cmd {args}".
+  std::string sent() {
+    const auto& posted = laptop.broadcast().posted();
+    if (posted.empty()) return "";
+    const Json request = *json::parseObject(posted.back());
+    return request["cmd"].get<std::string>() + " " + request["args"].dump();
+  }
+};
+
+TEST_F(CommandLine, HelpAndMistakesNeedNoMachine) {
+  const CLI::Ground nothing{
+      .machine = []() -> const Machine& { throw "no machine is needed for this"; }, .sleep = nullptr, .output = output};
+  const struct {
+    CLI::Words words;
+    int code;
+    std::string out;
+  } cases[] = {
+      {{}, 0, CLITexts::kUsage},
+      {{"help"}, 0, CLITexts::kUsage},
+      {{"-h", "status"}, 0, CLITexts::kUsage},
+      {{"--help"}, 0, CLITexts::kUsage},
+      {{"prompt"}, 0, CLITexts::kPrompt},
+      {{"fly"}, 2, std::string("Unknown command 'fly'.\n\n") + CLITexts::kUsage},
+      {{""}, 2, std::string("Unknown command ''.\n\n") + CLITexts::kUsage},
+      {{"wake-at"}, 2, "tovi wake-at HH:MM [--for 30m] | off\n"},
+      {{"wake_at"}, 2, "tovi wake-at HH:MM [--for 30m] | off\n"},
+      {{"check-in"}, 2, "tovi check-in 0|15|30|60\n"},
+      {{"preset"}, 2, "tovi preset max_battery|balanced|full_speed\n"},
+      {{"rule", "Xcode"}, 2, "tovi rule <app> leave|slow|pause\n"},
+      {{"watch"}, 2, "tovi watch <app>\n"},
+      {{"unwatch"}, 2, "tovi unwatch <app>\n"},
+      {{"set", "mode"}, 2, "tovi set <key> <value>\n"},
+  };
+  for (const auto& row : cases) {
+    output = {};
+    EXPECT_EQ(CLI::main(row.words, nothing), row.code) << testing::PrintToString(row.words);
+    EXPECT_EQ(output.out, row.out);
+    EXPECT_EQ(output.err, "");
+  }
+}
+
+TEST_F(CommandLine, UsageNamesEveryWordThatPeopleNeed) {
+  const std::string usage = CLITexts::kUsage;
+  for (const char* word :
+       {"status",  "auto | off", "on|always", "sleep ",        "hold",   "release",  "wake-at", "check-in",
+        "run",     "preset",     "rule",      "watch|unwatch", "set ",   "settings", "power ",  "anyway off",
+        "measure", "doctor",     "rescue",    "energy",        "config", "open",     "prompt"}) {
+    EXPECT_NE(usage.find(std::string("  tovi ") + word), std::string::npos) << word;
+  }
+  EXPECT_EQ(usage.find("uninstall"), std::string::npos);
+}
+
+TEST_F(CommandLine, WordsBecomeRequests) {
+  startApp();
+  const struct {
+    CLI::Words words;
+    const char* request;
+  } cases[] = {
+      {{"status"}, "status {}"},
+      {{"energy", "--json"}, "energy {}"},
+      {{"measure"}, "measure {}"},
+      {{"anyway", "off"}, R"(override_floor {"on":false})"},
+      {{"off"}, R"(mode {"mode":"off"})"},
+      {{"auto"}, R"(mode {"mode":"auto"})"},
+      {{"on"}, R"(mode {"mode":"on"})"},
+      {{"always", "--for", "1h30m"}, R"(mode {"minutes":90.0,"mode":"on"})"},
+      {{"sleep"}, "sleep_now {}"},
+      {{"hold"}, R"(hold {"reason":"Kept awake from the terminal"})"},
+      {{"hold", "--pid", "7", "--reason", "x y", "--for", "99999"},
+       R"(hold {"minutes":10080.0,"pid":"7","reason":"x y"})"},
+      {{"hold", "--pid"}, R"(hold {"pid":"","reason":"Kept awake from the terminal"})"},
+      {{"release"}, "release {}"},
+      {{"release", "ab12"}, R"(release {"id":"ab12"})"},
+      {{"wake-at", "07:00", "--for", "30m"}, R"(wake_at {"minutes":30.0,"time":"07:00"})"},
+      {{"check_in", "15"}, R"(set {"key":"check_in_minutes","value":"15"})"},
+      {{"preset", "balanced"}, R"(preset {"preset":"balanced"})"},
+      {{"rule", "Xcode", "pause"}, R"(rule {"app":"Xcode","rule":"pause"})"},
+      {{"watch", "make"}, R"(watch {"app":"make"})"},
+      {{"unwatch", "make"}, R"(watch {"app":"make","remove":true})"},
+      {{"set", "mode", "on"}, R"(set {"key":"mode","value":"on"})"},
+      {{"config"}, "config {}"},
+      {{"settings"}, "schema {}"},
+      {{"power"}, "power {}"},
+      {{"open"}, R"(open {"where":"panel"})"},
+      {{"open", "window"}, R"(open {"where":"window"})"},
+      {{"snapshot", "a.png", "window"}, R"(snapshot {"path":"a.png","where":"window"})"},
+      {{"island", "T", "S"}, R"(island {"subtitle":"S","title":"T"})"},
+  };
+  for (const auto& row : cases) {
+    run(row.words);
+    EXPECT_EQ(sent(), row.request);
+  }
+}
+
+TEST_F(CommandLine, BadDurationsSendNothing) {
+  for (const CLI::Words& words : {CLI::Words{"on", "--for", "soon"}, CLI::Words{"on", "--for"},
+                                  CLI::Words{"hold", "--for", "0"}, CLI::Words{"wake-at", "7:00", "--for", "30d"}}) {
+    EXPECT_EQ(run(words), 2);
+    EXPECT_EQ(output.out, "tovi: --for needs a duration like 90m, 2h or 1h30m\n");
+  }
+  EXPECT_TRUE(laptop.broadcast().posted().empty());
+}
+
+TEST_F(CommandLine, GoingBelowTheLimitNeverReachesTheApplication) {
+  startApp();
+  for (const CLI::Words& words : {CLI::Words{"anyway"}, CLI::Words{"anyway", "on"}}) {
+    EXPECT_EQ(run(words), 2);
+    EXPECT_EQ(output.out,
+              "tovi: going below the battery limit can only be allowed in Tovi itself (it's the person's call)\n");
+  }
+  EXPECT_TRUE(laptop.broadcast().posted().empty());
+}
+
+TEST_F(CommandLine, RefusedRequestExitsWithOneOnStandardError) {
+  startApp();
+  EXPECT_EQ(run({"hold", "--pid", "x"}), 1);
+  EXPECT_EQ(output.err, "tovi: pid must be a running process id\n");
+  EXPECT_EQ(output.out, "");
+}
+
+TEST_F(CommandLine, RunHoldsForTheCommandAndPassesItsStatusOn) {
+  startApp();
+  std::vector<Hold> during;
+  laptop.tool("/usr/bin/env", [&](const std::vector<std::string>&) {
+    during = app->engine()->holds;
+    return CommandResult{7, ""};
+  });
+  EXPECT_EQ(run({"run", "--reason", "nightly", "--", "/opt/bin/make", "--reason", "-j"}), 7);
+  ASSERT_EQ(during.size(), 1u) << "the hold has moved from the wrapper to the command";
+  EXPECT_EQ(during[0].reason, "nightly");
+  EXPECT_NE(during[0].pid, laptop.processes().self());
+  EXPECT_TRUE(app->engine()->holds->empty());
+  EXPECT_FALSE(sleepOff());
+
+  EXPECT_EQ(run({"run", "/opt/bin/make"}), 7);
+  EXPECT_EQ(during.at(0).reason, "Running make");
+}
+
+TEST_F(CommandLine, RunLeavesOtherHoldsAlone) {
+  startApp();
+  app->engine()->addHold("mine", std::nullopt, std::nullopt, std::nullopt);
+  laptop.tool("/usr/bin/env", [](const auto&) { return CommandResult{}; });
+  run({"run", "--", "make"});
+  app->engine()->setupReady = false;
+  EXPECT_EQ(run({"run", "--", "make"}), 0);
+  EXPECT_TRUE(output.err.ends_with("click Continue. (running anyway)\n")) << output.err;
+  ASSERT_EQ(app->engine()->holds->size(), 1u);
+}
+
+TEST_F(CommandLine, RunSaysWhatItCannotDo) {
+  EXPECT_EQ(run({"run"}), 2);
+  EXPECT_EQ(run({"run", "--reason", "x", "--"}), 2);
+  EXPECT_EQ(output.out, "tovi run [--reason text] -- <command> [args…]\n");
+  startApp();
+  EXPECT_EQ(run({"run", "--", "make"}), 127);  // no env on this laptop
+  EXPECT_EQ(output.err, "tovi: couldn't start make\n");
+  EXPECT_TRUE(app->engine()->holds->empty());
+}
+
+TEST_F(CommandLine, DoctorTellsWhatIsWrongWithoutTheApplication) {
+  laptop.setSwitches([](LaptopSwitches& switches) {
+    switches.watchdogLoaded = false;
+    switches.sleepDisabled = true;
+  });
+  laptop.edit([](LaptopReport& report) { report.privileged = false; });
+  EXPECT_EQ(run({"doctor"}), 0);
+  EXPECT_EQ(output.out, "Tovi folder: " + state.dir() +
+                            "\nApp: not running\n"
+                            "Watchdog: installed but not loaded (open Tovi › Settings › Set Up)\n"
+                            "Sleep permission: missing (open Tovi to set it up)\n"
+                            "Sleep switched off right now: true\n"
+                            "Changes Tovi has made right now:\n"
+                            "  sleep is switched off (pmset disablesleep 1)\n");
+  EXPECT_TRUE(laptop.broadcast().posted().empty());
+}
+
+TEST_F(CommandLine, DoctorAsksALivingApplication) {
+  startApp();
+  EXPECT_EQ(run({"doctor"}), 0);
+  EXPECT_NE(output.out.find("\nApp: running\nWatchdog: running\nSleep permission: set up\n"), std::string::npos);
+  EXPECT_TRUE(
+      output.out.ends_with("Changes Tovi has made right now: none\n"
+                           "Status: Nothing running · sleeps when closed\n"))
+      << output.out;
+}
+
+TEST_F(CommandLine, RescuePutsEverythingBackThoughTheApplicationIsStuck) {
+  startApp();
+  run({"hold"});
+  ASSERT_TRUE(sleepOff());
+  // It hears and beats no more, but its process is there.
+  laptop.broadcast().drop();
+  EXPECT_EQ(run({"rescue"}), 0);
+  EXPECT_EQ(output.out,
+            "Everything Tovi changed is back to how it was. Tovi is stopped; open it again when you want it.\n");
+}
+
+TEST_F(CommandLine, RescueNamesWhatItCouldNotUndo) {
+  state.touch(state.path("hold"));
+  laptop.setSwitches([](LaptopSwitches& switches) { switches.sleepDisabled = true; });
+  refuse({"pmset -a disablesleep 0"});
+  EXPECT_EQ(run({"rescue"}), 1);
+  EXPECT_EQ(output.out,
+            "Couldn't undo:\n  sleep is switched off (pmset disablesleep 1)\n"
+            "By hand: sudo pmset -a disablesleep 0 switches sleep back on; quit and reopen any app listed above.\n");
+}
+
+TEST_F(CommandLine, SetupTellsHowItWent) {
+  laptop.edit([](LaptopReport& report) {
+    report.privileged = false;
+    report.elevation = LaptopElevation::cancel;
+  });
+  laptop.settle();
+  EXPECT_EQ(run({"setup"}), 1);
+  EXPECT_EQ(output.out, "Setup cancelled.\n");
+  laptop.edit([](LaptopReport& report) { report.elevation = LaptopElevation::grant; });
+  startApp();
+  ASSERT_FALSE(app->engine()->setupReady);
+  EXPECT_EQ(run({"setup"}), 0);
+  EXPECT_EQ(output.out, "Tovi is set up.\n");
+  EXPECT_TRUE(app->engine()->setupReady) << "a running application knows at once";
+}
+
+TEST_F(CommandLine, SetupDoesNotEndAHoldThatStands) {
+  startApp();
+  run({"hold"});
+  ASSERT_EQ(run({"setup"}), 0);
+  EXPECT_TRUE(sleepOff());
+}
+
+TEST_F(CommandLine, UninstallGivesBackFirstAndRemovesThen) {
+  config(R"({"mode": "on", "quietMinutes": 9})");
+  state.touch(state.path("hold"));
+  laptop.setSwitches([](LaptopSwitches& switches) { switches.sleepDisabled = true; });
+  refuse({"pmset -a disablesleep 0"});
+  EXPECT_EQ(run({"uninstall"}), 1);
+  EXPECT_EQ(output.out,
+            "Not removed yet: sleep is switched off (pmset disablesleep 1). Tovi keeps its helper so it can keep "
+            "trying; try again in a minute.\n");
+  EXPECT_TRUE(state.exists("watchdog.sh"));
+
+  refuse({});
+  EXPECT_EQ(run({"uninstall"}), 0);
+  EXPECT_EQ(output.out, "Removed. Quit Tovi and move it to the Trash to finish.\n");
+  EXPECT_FALSE(sleepOff());
+  EXPECT_FALSE(state.exists("watchdog.sh"));
+  EXPECT_FALSE(laptop.report().privileged);
+  const auto left = Config::decode(*state.read("config.json"));
+  EXPECT_EQ(left->mode, Mode::off);
+  EXPECT_EQ(left->quietMinutes, 9);
+}
+
+TEST_F(CommandLine, UninstallRemovesNothingUnderALivingApplication) {
+  startApp();
+  run({"hold"});
+  laptop.broadcast().drop();  // it doesn't hear the request to end
+  EXPECT_EQ(run({"uninstall"}), 1);
+  EXPECT_TRUE(output.out.starts_with("Not removed yet: Tovi is still running, ")) << output.out;
+  EXPECT_TRUE(state.exists("watchdog.sh"));
+}
+
+}  // namespace
+}  // namespace tovi

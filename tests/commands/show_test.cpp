@@ -1,0 +1,93 @@
+// Replies as they are printed.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "commands/CLI.h"
+#include "commands/Recorder.h"
+#include "commands/Wire.h"
+
+namespace tovi {
+namespace {
+
+using Json = nlohmann::json;
+
+const Json kStatus{
+    {"ok", true},
+    {"status", "Claude Code is working · sleeps when closed"},
+    {"battery", {{"percent", 80}, {"watts", 6.5}, {"on_power", false}, {"charging", false}}},
+    {"hours_left_closed", 9.1},
+    {"closed_estimate_watts", 5.0},
+    {"warning", "The watchdog isn't running"},
+    {"not_put_back_yet", {"Xcode", "Slack"}},
+    {"watching",
+     {{{"name", "Claude Code"}, {"project", "site"}, {"working", true}, {"instances", 2}},
+      {{"name", "Codex"}, {"project", ""}, {"working", false}, {"idle_minutes", 3}}}},
+    {"apps_using_energy", {{{"name", "Xcode"}, {"watts", 12.345}, {"while_closed", "slow"}}}},
+};
+
+TEST(Show, StatusComesInItsOrderAsBareTexts) {
+  Recorder output;
+  EXPECT_EQ(CLI::show(kStatus, false, output), 0);
+  EXPECT_EQ(output.out,
+            "Claude Code is working · sleeps when closed\n"
+            "battery 80% 6.5 W\n"
+            "lid closed: ≈9.1 h left (≈5.0 W, estimated)\n"
+            "note: The watchdog isn't running\n"
+            "not put back yet: Xcode, Slack\n"
+            "Claude Code ×2  site  working\n"
+            "Codex  idle for 3 min\n"
+            "   12.35 W  Xcode  (slow)\n");
+  EXPECT_EQ(output.err, "");
+}
+
+TEST(Show, TerminalGetsColumns) {
+  Recorder output;
+  output.terminal = true;
+  CLI::show(Json{{"ok", true}, {"watching", kStatus["watching"]}}, false, output);
+  EXPECT_EQ(output.out,
+            "Claude Code ×2  site  working\n"
+            "Codex                 idle for 3 min\n");
+}
+
+TEST(Show, PiecesOfOtherReplies) {
+  ::setenv("TZ", "UTC", 1);
+  ::tzset();
+  const struct {
+    Json reply;
+    const char* out;
+  } cases[] = {
+      {{{"ok", true}, {"status", "s"}, {"released", 2}}, "s\nreleased 2\n"},
+      {{{"ok", true}, {"hold", {{"id", "ab12cd34"}, {"reason", "r"}}}}, "hold ab12cd34\n"},
+      {{{"ok", true}, {"hold", {{"id", "ab"}, {"until", "2026-01-05T17:30:00Z"}}}}, "hold ab until 17:30\n"},
+      {{{"ok", true}, {"battery", {{"percent", 5}, {"watts", 0.0}, {"on_power", true}}}}, "battery 5% on power\n"},
+      {{{"ok", true}, {"path", "/p"}, {"config", {{"mode", "on"}}}}, "/p\n{\n  \"mode\": \"on\"\n}\n"},
+      {{{"ok", true}, {"apps", {{{"name", "A"}, {"watts", 1}, {"while_closed", "leave"}}}}},
+       "    1.00 W  A  (leave)\n"},
+      {{{"ok", true}, {"status", 5}, {"hold", "x"}, {"battery", nullptr}, {"apps", 7}, {"watching", {1, "x"}}},
+       "hold \nbattery 0% 0.0 W\n  idle\n  idle\n"},
+      {Json::object(), ""},
+  };
+  for (const auto& row : cases) {
+    Recorder output;
+    EXPECT_EQ(CLI::show(row.reply, false, output), 0);
+    EXPECT_EQ(output.out, row.out);
+  }
+}
+
+TEST(Show, FailureGoesToStandardErrorAndRawToStandardOutput) {
+  Recorder output;
+  EXPECT_EQ(CLI::show(Wire::failure("needs app"), false, output), 1);
+  EXPECT_EQ(CLI::show({{"ok", false}}, false, output), 1);
+  EXPECT_EQ(output.err, "tovi: needs app\ntovi: failed\n");
+  EXPECT_EQ(output.out, "");
+  EXPECT_EQ(CLI::show(Wire::failure("x"), true, output), 1);
+  EXPECT_EQ(CLI::show({{"a", 1}}, true, output), 0);
+  EXPECT_EQ(output.out, "{\n  \"error\": \"x\",\n  \"ok\": false\n}\n{\n  \"a\": 1\n}\n");
+}
+
+}  // namespace
+}  // namespace tovi

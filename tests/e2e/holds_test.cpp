@@ -1,0 +1,163 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "e2e/Stage.h"
+
+namespace tovi::e2e {
+namespace {
+
+class EndToEndHolds : public testing::Test {
+ protected:
+  Stage stage;
+  Process app = stage.startApp();
+
+  Json holds() { return stage.status()["holds"]; }
+};
+
+TEST_F(EndToEndHolds, HoldWithATimeAndAReasonIsShownAndReleased) {
+  auto outcome = stage.tovi({"hold", "--for", "90m", "--reason", "training"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_TRUE(stage.sleepIsOff());
+  EXPECT_TRUE(stage.hasState("hold"));
+  const auto list = holds();
+  ASSERT_EQ(list.size(), 1u);
+  EXPECT_EQ(list[0]["reason"], "training");
+  EXPECT_TRUE(list[0].contains("until"));
+  EXPECT_FALSE(list[0].contains("pid"));
+  EXPECT_EQ(stage.status()["reason"], "training");
+
+  outcome = stage.tovi({"release", list[0]["id"].get<std::string>()});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_NE(outcome.out.find("released 1"), std::string::npos) << outcome.out;
+  EXPECT_FALSE(stage.sleepIsOff());
+  EXPECT_FALSE(stage.hasState("hold"));
+  EXPECT_NE(stage.tovi({"release"}).out.find("released 0"), std::string::npos);
+}
+
+TEST_F(EndToEndHolds, ReleaseOfOneLeavesTheOthers) {
+  ASSERT_EQ(stage.tovi({"hold", "--reason", "one"}).status, 0);
+  ASSERT_EQ(stage.tovi({"hold", "--reason", "two"}).status, 0);
+  stage.tovi({"release", holds()[0]["id"].get<std::string>()});
+  const auto left = holds();
+  ASSERT_EQ(left.size(), 1u);
+  EXPECT_EQ(left[0]["reason"], "two");
+  EXPECT_TRUE(stage.sleepIsOff());
+}
+
+TEST_F(EndToEndHolds, HoldEndsWithItsProcess) {
+  Process bound = stage.startIdle();
+  ASSERT_EQ(stage.tovi({"hold", "--pid", std::to_string(bound.pid())}).status, 0);
+  ASSERT_TRUE(stage.sleepIsOff());
+  bound.signal(SIGKILL);
+  bound.wait();
+  EXPECT_TRUE(eventually(6s, [&] { return !stage.sleepIsOff(); }));
+  EXPECT_TRUE(holds().empty());
+}
+
+TEST_F(EndToEndHolds, HoldForAProcessThatIsGoneIsRefused) {
+  Process gone = stage.startIdle();
+  gone.signal(SIGKILL);
+  gone.wait();
+  const auto outcome = stage.tovi({"hold", "--pid", std::to_string(gone.pid())});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.err, "tovi: pid must be a running process id\n");
+}
+
+TEST_F(EndToEndHolds, OwnerTakesBackOnlyItsOwn) {
+  Process owner = stage.startIdle();
+  Process other = stage.startIdle();
+  const auto id = stage.ask("hold", {{"reason", "mine"}, {"owner", owner.pid()}})["hold"]["id"].get<std::string>();
+  stage.ask("hold", {{"reason", "yours"}, {"owner", other.pid()}});
+
+  auto reply = stage.ask("release_own", {{"id", id}, {"pid", other.pid()}});
+  EXPECT_EQ(reply["error"], "no hold " + id + " made by this session");
+  reply = stage.ask("release_own", {{"id", id}, {"pid", owner.pid()}});
+  EXPECT_EQ(reply["released"], 1);
+  EXPECT_TRUE(stage.sleepIsOff());
+  EXPECT_EQ(stage.ask("release_pid", {{"pid", other.pid()}})["released"], 1);
+  EXPECT_FALSE(stage.sleepIsOff());
+}
+
+TEST_F(EndToEndHolds, HoldEndsWithItsOwner) {
+  Process owner = stage.startIdle();
+  stage.ask("hold", {{"owner", owner.pid()}});
+  ASSERT_TRUE(stage.sleepIsOff());
+  owner.signal(SIGKILL);
+  owner.wait();
+  EXPECT_TRUE(eventually(6s, [&] { return !stage.sleepIsOff(); }));
+}
+
+TEST_F(EndToEndHolds, HoldsOutliveTheApplication) {
+  ASSERT_EQ(stage.tovi({"hold", "--for", "90m", "--reason", "overnight"}).status, 0);
+  app.signal(SIGTERM);
+  EXPECT_EQ(app.wait(), 0);
+  EXPECT_FALSE(stage.sleepIsOff());
+  Process again = stage.startApp();
+  EXPECT_TRUE(eventually(5s, [&] { return stage.sleepIsOff(); }));
+  EXPECT_EQ(stage.status()["reason"], "overnight");
+}
+
+TEST_F(EndToEndHolds, BadDurationsAreUsageErrors) {
+  for (const char* text : {"0", "30d", "soon"}) {
+    const auto outcome = stage.tovi({"hold", "--for", text});
+    EXPECT_EQ(outcome.status, 2) << text;
+    EXPECT_EQ(outcome.out, "tovi: --for needs a duration like 90m, 2h or 1h30m\n") << text;
+  }
+  EXPECT_FALSE(stage.sleepIsOff());
+}
+
+TEST_F(EndToEndHolds, RunHoldsWhileItsCommandRunsAndPassesItsStatusOn) {
+  const std::string script = "while [ ! -e stop ]; do sleep 0.05; done; exit 7";
+  Process run = stage.startTovi({"run", "--", "sh", "-c", script});
+  ASSERT_TRUE(eventually(10s, [&] { return stage.sleepIsOff(); }));
+  // The hold ends up with the child, so that it goes with it even if the wrapper is killed.
+  Json list;
+  ASSERT_TRUE(eventually(10s, [&] {
+    list = stage.status()["holds"];
+    return list.size() == 1 && list[0]["pid"] != run.pid();
+  })) << list;
+  EXPECT_EQ(list[0]["reason"], "Running sh");
+  writeFile(stage.root() / "stop", "");
+  EXPECT_EQ(run.wait(), 7);
+  EXPECT_FALSE(stage.sleepIsOff());
+}
+
+TEST_F(EndToEndHolds, HoldOfACommandOutlivesTheWrapper) {
+  Process run = stage.startTovi({"run", "--reason", "long build", "--", "sh", "-c", "echo $$ > child; exec sleep 600"});
+  ASSERT_TRUE(eventually(10s, [&] {
+    const auto list = stage.status()["holds"];
+    return list.size() == 1 && list[0]["pid"] != run.pid();
+  }));
+  const pid_t child = std::stoi(readFile(stage.root() / "child"));
+  const auto end = [](const pid_t* pid) { ::kill(*pid, SIGKILL); };
+  std::unique_ptr<const pid_t, decltype(end)> atTheEnd(&child, end);
+  run.signal(SIGKILL);
+  run.wait();
+  const auto list = holds();
+  ASSERT_EQ(list.size(), 1u);
+  EXPECT_EQ(list[0]["pid"], child);
+  atTheEnd.reset();
+  EXPECT_TRUE(eventually(6s, [&] { return !stage.sleepIsOff(); }));
+}
+
+TEST_F(EndToEndHolds, RunTellsOfSignalsAndOfCommandsThatCannotStart) {
+  EXPECT_EQ(stage.tovi({"run", "--", "sh", "-c", "kill -KILL $$"}).status, 128 + SIGKILL);
+  EXPECT_EQ(stage.tovi({"run", "--", "sh", "-c", "kill -TERM $$"}).status, 128 + SIGTERM);
+  EXPECT_EQ(stage.tovi({"run", "--", "/nonexistent/command"}).status, 127);
+  const auto usage = stage.tovi({"run"});
+  EXPECT_EQ(usage.status, 2);
+  EXPECT_EQ(usage.out, "tovi run [--reason text] -- <command> [args…]\n");
+  EXPECT_TRUE(holds().empty());
+}
+
+TEST(EndToEndWithoutTheApplication, RunStillRunsItsCommand) {
+  Stage stage;
+  const auto outcome = stage.tovi({"run", "--", "sh", "-c", "echo done; exit 3"}, 60s);
+  EXPECT_EQ(outcome.status, 3);
+  EXPECT_EQ(outcome.out, "done\n");
+  EXPECT_TRUE(outcome.err.starts_with("tovi: ") && outcome.err.ends_with(" (running anyway)\n")) << outcome.err;
+  EXPECT_FALSE(stage.sleepIsOff());
+}
+
+}  // namespace
+}  // namespace tovi::e2e
