@@ -62,6 +62,12 @@ double medianOf(int times, const std::function<double()>& measure) {
   return median(std::move(values));
 }
 
+// Whether nobody else has filled the process table meanwhile.
+bool aboutSoMany(std::size_t processes) {
+  const auto count = processCount();
+  return count > processes - processes / 10 && count < processes + processes / 10;
+}
+
 // A home, a runtime folder and a simulated laptop to try things on.
 class Stage {
  public:
@@ -106,6 +112,8 @@ class AgentSample {
       : machine_(surroundings(stage)), view_(machine_.machine()), watcher_(view_) {}
 
   void measure(Table& table, std::size_t processes, double goal) {
+    const auto what = fmt::format("agent sample over {} processes / one ps", processes);
+    if (!aboutSoMany(processes)) return table.addMissing(what, fmt::format("{} processes run", processCount()));
     constexpr int kSamples = 4 * kTurns;
     for (int i = 0; i < 2 * kTurns; ++i) look();
     double spent = 0;
@@ -121,7 +129,6 @@ class AgentSample {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
       return run({"ps", "-eo", "pid,ppid,lstart,args"}, {"PATH=/usr/bin:/bin"}).cpuSeconds;
     });
-    const auto what = fmt::format("agent sample over {} processes / one ps", processes);
     if (ps <= 0) return table.addMissing(what, "ps doesn't run here");
     say(fmt::format("  one sample {:.2f} ms, one ps {:.1f} ms, {} processes", sample * 1e3, ps * 1e3, processCount()));
     table.add(what, sample / ps, "", goal, 3);
@@ -158,6 +165,7 @@ void measureIdle(Table& table, const Resident& app, std::chrono::seconds span) {
   const long wakeUps = app.wakeUps();
   std::this_thread::sleep_for(span);
   const double seconds = secondsSince(begin);
+  if (!aboutSoMany(kFew)) say(fmt::format("  not idle: {} processes run", processCount()));
   table.add(fmt::format("idle application, processor over {:.0f} s, {} processes", seconds, kFew),
             (app.cpuSeconds() - cpu) / seconds * 100, "% of a core", 0.1, 3);
   table.add("idle application, wake-ups per tick",
@@ -171,7 +179,7 @@ void measureIdle(Table& table, const Resident& app, std::chrono::seconds span) {
 std::optional<double> virtualDaysPerSecond(int days) {
   MemoryLaptop laptop;
   const StateFiles state(laptop.machine());
-  if (Setup(laptop.machine(), state).run(false)) return std::nullopt;
+  if (Setup(laptop.machine(), state).run()) return std::nullopt;
   const auto add = [&](const std::string& path, double watts, double cores) {
     MemoryProcess process;
     process.path = path;

@@ -7,7 +7,6 @@
 
 #include "commands/CLIContext.h"
 #include "core/Config.h"
-#include "observe/Sensors.h"
 #include "safety/Setup.h"
 #include "safety/Watchdog.h"
 
@@ -35,8 +34,7 @@ void switchOff(const CLI::Context& context) {
 }  // namespace
 
 int CLI::setup(Context& context, const Words&) {
-  const bool holding = context.state.exists("hold") && Registry::sleepDisabled(context.machine) == true;
-  if (const SetupError error = Setup(context.machine, context.state).run(holding)) return failed(context, *error);
+  if (const SetupError error = Setup(context.machine, context.state).run()) return failed(context, *error);
   context.output.line("Tovi is set up.");
   // A running application looks afresh when it is asked for its status; otherwise it would find out much later.
   context.client.attempt("status", nlohmann::json::object(), kUsualTimeout);

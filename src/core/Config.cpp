@@ -219,7 +219,7 @@ constexpr Setting kSettings[] = {
     setting<&Config::lowPowerWhileClosed>("lowPowerWhileClosed"),
     setting<&Config::sleepWhenDone>("sleepWhenDone"),
     setting<&Config::quietMinutes, clamped<&Config::quietMinutes, 1, 240>>("quietMinutes"),
-    setting<&Config::batteryFloor, clamped<&Config::batteryFloor, 0, 80>>("batteryFloor"),
+    setting<&Config::batteryFloor, clamped<&Config::batteryFloor, 0, Config::kMostBatteryFloor>>("batteryFloor"),
     setting<&Config::heatGuard>("heatGuard"),
     setting<&Config::onlyOnPower>("onlyOnPower"),
     setting<&Config::countClaudeApp>("countClaudeApp"),

@@ -33,6 +33,8 @@ struct CustomAgent {
 };
 
 struct Config {
+  static constexpr int kMostBatteryFloor = 80;  // percent
+
   Mode mode = Mode::automatic;
   Preset preset = Preset::balanced;
   bool lowPowerWhileClosed = true;

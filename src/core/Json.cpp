@@ -2,13 +2,52 @@
 
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <string>
 
 namespace tovi::json {
 
+namespace {
+
+constexpr int kMostOverflows = 64;
+constexpr int kNumberOverflow = 406;  // the library's number of that error
+
+// The literal of a number that no double can hold, which the error's text names between quotes, made null.
+bool nullify(std::string& text, std::string_view error) {
+  const auto from = error.find('\'');
+  const auto to = error.rfind('\'');
+  if (from == std::string_view::npos || to <= from + 1) return false;
+  const std::string_view literal = error.substr(from + 1, to - from - 1);
+  bool quoted = false;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (quoted && text[at] == '\\') {
+      ++at;
+    } else if (text[at] == '"') {
+      quoted = !quoted;
+    } else if (!quoted && text.compare(at, literal.size(), literal) == 0) {
+      text.replace(at, literal.size(), "null");
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
 std::optional<Value> parse(std::string_view text) {
   Value value = Value::parse(text, nullptr, /*allow_exceptions=*/false);
-  if (value.is_discarded()) return std::nullopt;
-  return value;
+  if (!value.is_discarded()) return value;
+  // 1e999 is JSON all the same: it costs its own value, not the document.
+  std::string repaired{text};
+  for (int count = 0; count < kMostOverflows; ++count) {
+    try {
+      return Value::parse(repaired);
+    } catch (const Value::out_of_range& error) {
+      if (error.id != kNumberOverflow || !nullify(repaired, error.what())) return std::nullopt;
+    } catch (const Value::exception&) {
+      return std::nullopt;
+    }
+  }
+  return std::nullopt;
 }
 
 std::optional<Value> parseObject(std::string_view text) {

@@ -27,7 +27,8 @@ class StateFiles {
   // All paths below are whole paths, as path() gives them.
 
   // A reader sees the old complete file or the new one; after true the content and its name have reached the
-  // disk. With `mode` the file has those permissions from its first byte. A failure leaves nothing behind.
+  // disk. With `mode` the file has those permissions from its first byte. A failure leaves the old file, or, where
+  // only its name couldn't be made to last, the new one; never a third.
   bool writeDurably(std::string_view data, const std::string& path, std::optional<unsigned> mode = {}) const;
 
   // The same without waiting for the disk: for what the next beat writes again.

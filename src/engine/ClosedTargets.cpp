@@ -63,6 +63,8 @@ std::unordered_set<Pid> Engine::protectedPidSet(const ProcessTable& table) const
 ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
   ClosedTargets targets;
   const Pid self = machine_.processes.self();
+  // Asked for first: a machine may answer it from the same picture of all processes, which is then made anew.
+  std::vector<RunningApplication> regular = machine_.workspace.runningApplications();
   const ProcessTable& table = machine_.processes.table();
   const auto shielded = protectedPidSet(table);
   const auto touchable = [&](Pid pid) { return pid >= 2 && pid != self; };
@@ -74,7 +76,6 @@ ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
     if (const auto app = bundlePathOf(*entry->path); !app.empty()) shieldedApps.emplace(app);
   }
 
-  std::vector<RunningApplication> regular = machine_.workspace.runningApplications();
   std::erase_if(regular, [](const RunningApplication& app) { return !app.regular; });
   std::set<std::string, std::less<>> regularPaths;
   for (RunningApplication& app : regular) {
@@ -105,11 +106,14 @@ ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
     }
   }
 
-  // Identity is read afresh, since what is written down here will be signalled.
+  // Identity is read afresh, since what is written down here will be signalled; and it must be that of the process
+  // that the choice was made for, which may have become another program since the picture was taken.
   const auto add = [&](Pid pid, AppRule chosen, std::optional<std::string> bundle) {
+    const ProcessEntry* seen = table.find(pid);
     const auto start = machine_.processes.startTime(pid);
     auto path = machine_.processes.path(pid);
-    if (start && path) targets[pid] = ClosedTarget{chosen, *start, std::move(*path), std::move(bundle)};
+    if (seen == nullptr || !start || !path || seen->start != start || seen->path != path) return;
+    targets[pid] = ClosedTarget{chosen, *start, std::move(*path), std::move(bundle)};
   };
 
   for (const ProcessEntry& entry : table.entries()) {
@@ -192,7 +196,11 @@ void Engine::applyClosedTargets(std::optional<Preset> preset, const Skip& skip) 
     const bool done = entry.pid >= 2 && entry.pid != self && machine_.processes.path(entry.pid) == entry.path &&
                       (entry.paused ? machine_.processes.pause(entry.pid, entry.start)
                                     : machine_.processes.setBackgroundPriority(entry.pid, entry.start));
-    if (done) kept.push_back(entry);
+    if (done) {
+      kept.push_back(entry);
+    } else if (!entry.paused) {
+      machine_.processes.setNormalPriority(entry.pid, entry.start);  // it may have been slowed in part
+    }
   }
   if (kept.size() == all.size()) return;
   touched = kept;

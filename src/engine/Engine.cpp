@@ -2,11 +2,13 @@
 
 #include <algorithm>
 
+#include "engine/Warnings.h"
 #include "observe/DisplayPower.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/Files.h"
 #include "platform/MainQueue.h"
+#include "safety/Heartbeat.h"
 #include "safety/Safety.h"
 
 namespace tovi {
@@ -50,6 +52,8 @@ Engine::Engine(const Machine& machine, bool passive)
   }
   if (!state_.exists("config.json")) state_.writeAtomically(config->encoded(), Config::path(state_));
   enforceSafety();
+  // Before anything is put back, so that a watchdog that starts meanwhile leaves it to us.
+  Heartbeat::beat(machine_, state_);
   setup().refreshWatchdogScript();
   recoverFromCrash();
   restoreRuntime();
@@ -118,7 +122,7 @@ void Engine::apply(Config next, bool save) {
       old.customAgents != next.customAgents) {
     sampleWatchers();
   }
-  const bool supervising = lidClosed && holding;
+  const bool supervising = lidClosed && holding && !previewOnly_;
   if (old.screenOffNoLock != next.screenOffNoLock && supervising && !next.lockOnClose) {
     if (next.screenOffNoLock) {
       switchScreenOff();
@@ -170,8 +174,16 @@ void Engine::sampleEnergyNow(std::function<void()> then) {
 void Engine::shutdown() {
   if (previewOnly_) return;
   restoreClosedState();
-  const bool sleepMayBeOff = holding || pendingRelease || adoptedHoldUntil;
-  if (!sleepMayBeOff || switchSleepOn()) state_.remove(state_.path("hold"));
+  const bool sleepMayBeOff = holding || pendingRelease || adoptedHoldUntil || checkInUntil;
+  if (!sleepMayBeOff || switchSleepOn()) {
+    state_.remove(state_.path("hold"));
+    pendingRelease = false;
+    adoptedHoldUntil.reset();
+    clearWarning(warnings::kReleasePending);
+  }
+  checkInUntil.reset();
+  checkInActivity_.reset();
+  activity_.reset();
   holding = false;
 }
 

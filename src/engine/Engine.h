@@ -29,6 +29,7 @@
 #include "observe/BackgroundWork.h"
 #include "observe/EnergySampler.h"
 #include "observe/Sensors.h"
+#include "platform/Files.h"
 #include "platform/Machine.h"
 #include "platform/PowerRegistry.h"
 #include "safety/Journal.h"
@@ -249,6 +250,7 @@ class Engine {
   void recoverFromCrash();
   void reloadConfigIfEdited();
   void configFileChanged();
+  void settleSwitch();
   void checkWatchdog();
 
   // Sleep and wake.
@@ -270,9 +272,10 @@ class Engine {
   AgentWatcher watcher_;
   EnergySampler sampler_;
   ConfigWatcher configWatcher_;
-  std::optional<Date> configMTime_;
+  std::optional<FileStatus> configStatus_;  // of config.json as last looked at
   bool watchdogRepairTried_ = false;
   std::uint32_t displayAssertion_ = 0;
+  int screenSwitches_ = 0;  // counts closings, so that a late look at the lock knows its own
   Registration activity_;
   Registration checkInActivity_;
   Registration lidPoll_;

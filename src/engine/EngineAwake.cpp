@@ -111,12 +111,9 @@ bool Engine::holdStands(const Hold& hold, Date at) const {
 
 void Engine::expireHolds() {
   const Date at = now();
-  std::vector<Hold> standing;
-  for (const Hold& hold : *holds) {
-    if (holdStands(hold, at)) standing.push_back(hold);
-  }
-  if (standing.size() == holds->size()) return;
-  holds = std::move(standing);
+  const auto lapsed = [&](const Hold& hold) { return !holdStands(hold, at); };
+  if (std::none_of(holds->begin(), holds->end(), lapsed)) return;
+  holds.update([&](std::vector<Hold>& all) { std::erase_if(all, lapsed); });
   saveRuntime();
 }
 
@@ -128,7 +125,10 @@ void Engine::startHold(const std::optional<std::string>& reason) {
     holding = true;
     return;
   }
-  if (holdFailedAt && secondsBetween(*holdFailedAt, now()) < kHoldRetrySeconds) return;
+  if (holdFailedAt) {
+    const double since = secondsBetween(*holdFailedAt, now());
+    if (since >= 0 && since < kHoldRetrySeconds) return;  // negative: the clock was set back
+  }
   // No marker, no switch: a hold without it could never be cleaned up after a crash.
   const std::string marker = state_.path("hold");
   state_.touch(marker);
@@ -138,7 +138,8 @@ void Engine::startHold(const std::optional<std::string>& reason) {
   }
   if (setupError.get() == kFolderUnwritable) setupError = std::nullopt;
   if (!switchSleepOff()) {
-    if (!pendingRelease) state_.remove(marker);
+    // Unless the marker already stood for a switch that somebody left off.
+    if (!pendingRelease && !adoptedHoldUntil && !checkInUntil) state_.remove(marker);
     holdFailedAt = now();
     raiseWarning(warnings::kHoldRefused);
     setupReady = setup().setupReady();
@@ -235,6 +236,7 @@ bool Engine::warningStillTrue() const {
   const auto& text = warning.get();
   if (!text) return false;
   if (*text == warnings::kReleasePending) return pendingRelease;
+  if (*text == warnings::kPowerChange) return holding && Registry::sleepDisabled(machine_) != true;
   if (*text == warnings::kHoldRefused) return holdFailedAt.has_value();
   if (*text == warnings::kDisplayStuck) return state_.exists("display-off");
   if (*text == warnings::kBackupsStuck) return TimeMachine::paused(state_) && !(lidClosed && holding);

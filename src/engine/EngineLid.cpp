@@ -55,6 +55,7 @@ void Engine::enterClosed() {
   sleepInfo.reset();
   lastSavingSample = at;
   openDrawAtClose = openDraw;
+  if (previewOnly_) return;
 
   if (config->lockOnClose) {
     shell().run("/usr/bin/pmset", {"displaysleepnow"});
@@ -82,6 +83,7 @@ void Engine::enterClosed() {
 }
 
 void Engine::reapplyClosedState(std::optional<Preset> forcing) {
+  if (previewOnly_) return;
   const Preset preset = forcing.value_or(config->preset);
   if (preset != Preset::speed && config->lowPowerWhileClosed) {
     setLowPower();
@@ -97,7 +99,10 @@ void Engine::reapplyClosedState(std::optional<Preset> forcing) {
 }
 
 void Engine::restoreClosedState() {
+  if (previewOnly_) return;
   lidPoll_.reset();
+  heatForced = false;  // the next closing starts from the person's preset
+  ++screenSwitches_;
   const bool screenBack = DisplayPower::restoreBuiltIn(machine_, state_);
   if (!screenBack) warning = warnings::kDisplayStuck;
   screenOff = false;
@@ -120,11 +125,14 @@ void Engine::holdDisplayAwake(bool flag) {
 }
 
 void Engine::switchScreenOff() {
+  if (previewOnly_) return;
   const bool wasLocked = DisplayPower::sessionLocked(machine_);
   screenOff = DisplayPower::turnOffBuiltIn(machine_, state_);
   if (!screenOff || wasLocked) return;
+  const int switched = ++screenSwitches_;
   for (const double seconds : kLockChecks) {
-    delayed_.after(Seconds{seconds}, [this] {
+    delayed_.after(Seconds{seconds}, [this, switched] {
+      if (switched != screenSwitches_) return;  // that closing is over
       if (!screenOff || !config->screenOffNoLock || !DisplayPower::sessionLocked(machine_)) return;
       // It locked because the screen went off, and the person asked for no lock: never again.
       DisplayPower::restoreBuiltIn(machine_, state_);

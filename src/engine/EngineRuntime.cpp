@@ -41,7 +41,10 @@ void Engine::restoreRuntime() {
     auto hold = Hold::fromJson(entry);
     if (!hold) return;
     if (hold->until && *hold->until < at) continue;
-    if (hold->pid && machine_.processes.startTime(*hold->pid) != hold->pidStart) continue;
+    if (hold->pid) {
+      const auto start = machine_.processes.startTime(*hold->pid);
+      if (!start || start != hold->pidStart) continue;
+    }
     kept.push_back(std::move(*hold));
   }
   holds = std::move(kept);
@@ -66,20 +69,16 @@ void Engine::recoverFromCrash() {
 void Engine::configFileChanged() {
   const auto text = state_.read("config.json");
   auto edited = text ? Config::decode(*text) : std::nullopt;
-  if (!edited) return;
+  if (!edited || *edited == config) return;
   apply(std::move(*edited), false);
   enforceSafety();
 }
 
 void Engine::reloadConfigIfEdited() {
   const auto status = machine_.files.status(Config::path(state_));
-  if (!status || (configMTime_ && status->modified <= *configMTime_)) return;
-  configMTime_ = status->modified;
-  const auto text = state_.read("config.json");
-  auto edited = text ? Config::decode(*text) : std::nullopt;
-  if (!edited || *edited == config) return;
-  apply(std::move(*edited), false);
-  enforceSafety();
+  if (!status || status == configStatus_) return;
+  configStatus_ = status;  // also of a broken edit, so that it isn't tried again and again
+  configFileChanged();
 }
 
 void Engine::enforceSafety() {

@@ -11,24 +11,40 @@
 namespace tovi {
 
 void Engine::runSetup(std::function<void()> then) {
-  if (previewOnly_) return;
+  if (previewOnly_) {
+    if (then) then();
+    return;
+  }
   auto finished = whileAlive([this, then = std::move(then)](const SetupError& failure, bool ready, bool wakes) {
     setupError = failure;
     setupReady = ready;
     wakeReady = wakes;
+    settleSwitch();
     if (!failure) evaluate();
     if (then) then();
   });
-  machine_.queue.offMain([machine = machine_, whileHolding = holding.get(), finished]() -> MainQueue::Task {
+  machine_.queue.offMain([machine = machine_, finished]() -> MainQueue::Task {
     const StateFiles state(machine);
     const Setup setup(machine, state);
-    const SetupError failure = setup.run(whileHolding);
+    const SetupError failure = setup.run();
     return
         [finished, failure, ready = setup.setupReady(), wakes = setup.wakeReady()] { finished(failure, ready, wakes); };
   });
 }
 
+// A hold may have begun or ended while the set-up proved its permission by the sleep switch.
+void Engine::settleSwitch() {
+  if (!setupReady) return;
+  const bool off = Registry::sleepDisabled(machine_) == true;
+  if (holding && !off) {
+    if (!switchSleepOff()) raiseWarning(warnings::kHoldRefused);
+  } else if (!holding && off && !state_.exists("hold")) {
+    switchSleepOn();
+  }
+}
+
 SetupError Engine::uninstallHelper() {
+  if (previewOnly_) return "Another copy of Tovi is running; remove the helper there.";
   Config next = config;
   next.mode = Mode::off;
   apply(std::move(next), true);
@@ -38,7 +54,12 @@ SetupError Engine::uninstallHelper() {
     return fmt::format("Not removed yet: {}. Tovi keeps its helper so it can keep trying; try again in a minute.",
                        fmt::join(left, ", "));
   }
-  return setup().uninstall();
+  SetupError failure = setup().uninstall();
+  // Or the next look at the watchdog would find it missing and put it back.
+  watchdogRepairTried_ = true;
+  setupReady = setup().setupReady();
+  wakeReady = false;
+  return failure;
 }
 
 void Engine::checkWatchdog() {
@@ -55,7 +76,7 @@ void Engine::checkWatchdog() {
     const StateFiles state(machine);
     const Setup setup(machine, state);
     bool loaded = setup.watchdogLoaded();
-    const bool repair = !loaded && mayRepair;
+    const bool repair = !loaded && mayRepair && setup.watchdogReady();  // not what was removed on purpose meanwhile
     if (repair) {
       (void)setup.installWatchdog();  // what counts is whether it is loaded afterwards
       loaded = setup.watchdogLoaded();

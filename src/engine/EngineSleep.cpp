@@ -5,6 +5,7 @@
 
 #include "core/PanelFormat.h"
 #include "engine/Engine.h"
+#include "engine/Warnings.h"
 #include "platform/Assertions.h"
 #include "platform/Clock.h"
 
@@ -77,10 +78,13 @@ void Engine::poweredOn() {
   }
   if ((config->checkInMinutes < 1 && !config->wakeAt) || !setupReady) return;
   state_.touch(state_.path("hold"));
+  if (!state_.exists("hold")) return;  // no marker, no switch
   if (!switchSleepOff()) {
-    state_.remove(state_.path("hold"));
+    if (!pendingRelease && !adoptedHoldUntil) state_.remove(state_.path("hold"));
     return;
   }
+  pendingRelease = false;
+  clearWarning(warnings::kReleasePending);
   const Date until = at + kCheckIn;
   checkInUntil = until;
   checkInActivity_ =

@@ -86,7 +86,10 @@ void Engine::repairScreen() {
 }
 
 void Engine::retryRelease() {
-  if (!switchSleepOn()) return;
+  if (!switchSleepOn()) {
+    raiseWarning(warnings::kReleasePending);  // another one may have stood in its way
+    return;
+  }
   pendingRelease = false;
   clearWarning(warnings::kReleasePending);
   state_.remove(state_.path("hold"));

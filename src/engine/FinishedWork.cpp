@@ -35,6 +35,12 @@ void Engine::detectFinished() {
   }
   workingSince = std::move(active);
 
+  struct Finished {
+    std::string name;
+    double minutes;
+    bool gone;
+  };
+  std::vector<Finished> finished;
   for (auto entry = idlePending.begin(); entry != idlePending.end();) {
     const auto [since, quietAt] = entry->second;
     if (secondsBetween(quietAt, at) < kQuietBeforeTold) {
@@ -49,9 +55,14 @@ void Engine::detectFinished() {
                                       [&](const AgentSession& candidate) { return candidate.kind.id == id; });
     const bool gone = session == sessions->end();
     const auto known = finishedNames.find(id);
-    onFinished(!gone ? session->kind.name : known != finishedNames.end() ? known->second : "Agent", minutes, gone);
+    finished.push_back({!gone                          ? session->kind.name
+                        : known != finishedNames.end() ? known->second
+                                                       : "Agent",
+                        minutes, gone});
   }
   for (const AgentSession& session : *sessions) finishedNames[session.kind.id] = session.kind.name;
+  // Told last, since who is told may change what was walked above.
+  for (const Finished& work : finished) onFinished(work.name, work.minutes, work.gone);
 }
 
 void Engine::finishSession(Date openedAt) {

@@ -126,9 +126,10 @@ void AgentWatcher::sample(const std::vector<WatchedApp>& custom, bool requests,
   const auto asked = sleepRequests(machine_);
 
   const Seconds sinceBoot = machine_.clock.sinceBoot();
+  const Microseconds mark = machine_.processes.now();  // before the picture: what starts meanwhile is new next time
   State::Look look{.table = machine_.processes.table(),
                    .now = machine_.clock.now(),
-                   .mark = machine_.processes.now(),
+                   .mark = mark,
                    .elapsed = state_->lastSample ? (sinceBoot - *state_->lastSample).count() : 0};
   const ProcessTable& table = look.table;
 

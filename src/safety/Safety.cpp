@@ -1,8 +1,9 @@
 #include "safety/Safety.h"
 
-#include <limits>
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "core/Config.h"
 #include "core/Json.h"
 #include "core/StateFiles.h"
 
@@ -18,9 +19,9 @@ std::optional<Safety> Safety::load(const StateFiles& state) {
   if (!record) return std::nullopt;
   const auto guard = json::boolAt(*record, "heatGuard");
   const auto floor = json::integerAt(*record, "batteryFloor");
-  using Limits = std::numeric_limits<int>;
-  if (!guard || !floor || *floor < Limits::min() || *floor > Limits::max()) return std::nullopt;
-  return Safety{*guard, static_cast<int>(*floor)};
+  if (!guard || !floor) return std::nullopt;
+  // Within what the setting itself can be, or it could never agree with the record.
+  return Safety{*guard, static_cast<int>(std::clamp<std::int64_t>(*floor, 0, Config::kMostBatteryFloor))};
 }
 
 void Safety::save(const StateFiles& state) const {

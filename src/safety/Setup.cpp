@@ -10,6 +10,7 @@
 #include "core/Shell.h"
 #include "core/StateFiles.h"
 #include "core/Text.h"
+#include "observe/Sensors.h"
 #include "platform/Files.h"
 #include "platform/Machine.h"
 #include "platform/Workspace.h"
@@ -94,8 +95,9 @@ std::string launchAgentText(const std::string& scriptPath) {
 
 // Whether the rule really works is shown by using it. The harmless direction of the switch serves as proof, unless
 // a hold stands: then sleep is switched off again at once, for a set-up must not end a session.
-bool proveRule(const Machine& machine, bool holding) {
+bool proveRule(const Machine& machine, const StateFiles& state) {
   const Shell shell(machine.commands);
+  const bool holding = state.exists("hold") && Registry::sleepDisabled(machine) == true;
   const bool accepted = shell.run("/usr/bin/sudo", {"-n", kPmset, "-a", "disablesleep", "0"}).code == 0;
   if (accepted && holding) shell.pmsetRoot({"-a", "disablesleep", "1"});
   return accepted;
@@ -210,7 +212,7 @@ SetupError Setup::runAsAdmin(const std::string& shellText, const std::string& pr
   return result.message.empty() ? "Setup failed." : result.message;
 }
 
-SetupError Setup::installSudoers(bool holding) const {
+SetupError Setup::installSudoers() const {
   const Surroundings& surroundings = machine_.surroundings;
   const std::string draft = surroundings.temporaryFolder + "/tovi-sudoers";
   if (!state_.writeAtomically(sudoersText(), draft, 0600)) return cannotWrite(draft);
@@ -227,18 +229,18 @@ SetupError Setup::installSudoers(bool holding) const {
                                         "Tovi needs your password once to control sleep while the lid is closed.");
   machine_.files.remove(draft);
   if (refused) return refused;
-  if (!proveRule(machine_, holding)) return "Installed, but sudo isn't accepting it yet. Try Set up again.";
+  if (!proveRule(machine_, state_)) return "Installed, but sudo isn't accepting it yet. Try Set up again.";
   if (!wakeReady()) logLine("Tovi: sudoers installed but the wake commands aren't accepted");
   return std::nullopt;
 }
 
-SetupError Setup::run(bool holding) const {
+SetupError Setup::run() const {
   if (!executableOf(machine_.surroundings).starts_with(machine_.workspace.applicationsFolder())) {
     return "Move Tovi to your Applications folder first, then open it from there.";
   }
   if (const SetupError failed = installWatchdog()) return failed;
-  if (proveRule(machine_, holding) && wakeReady()) return std::nullopt;
-  return installSudoers(holding);
+  if (proveRule(machine_, state_) && wakeReady()) return std::nullopt;
+  return installSudoers();
 }
 
 SetupError Setup::uninstall() const {

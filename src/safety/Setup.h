@@ -33,12 +33,12 @@ class Setup {
 
   SetupError installWatchdog() const;
   void refreshWatchdogScript() const;
-  SetupError installSudoers(bool holding) const;
+  SetupError installSudoers() const;
   SetupError uninstall() const;
 
-  // Everything in order: the place of the application, the watchdog, and the permission if it is missing. `holding`
-  // tells that sleep is switched off right now, so that the proof of the permission switches it off again.
-  SetupError run(bool holding) const;
+  // Everything in order: the place of the application, the watchdog, and the permission if it is missing. The
+  // permission is proved by switching sleep on; a hold in force is switched off again at once.
+  SetupError run() const;
 
  private:
   SetupError runAsAdmin(const std::string& shellText, const std::string& prompt) const;

@@ -57,6 +57,7 @@ TEST(ConfigReading, ABadValueCostsItsKeyAndNothingElse) {
 }
 
 TEST(ConfigReading, OptionalValuesCountOnlyWhereTheyMakeSense) {
+  EXPECT_EQ(decoded(R"({"alwaysUntil": 1e999, "chimeSound": "1e999", "wakeAt": -1e999})").chimeSound, "1e999");
   for (const char* text :
        {R"({"alwaysUntil": 0})", R"({"alwaysUntil": -1})", R"({"alwaysUntil": "soon"})", R"({"alwaysUntil": null})",
         R"({"modeBeforeAlways": "on"})", R"({"wakeAt": 0})", R"({"modeBeforeAlways": "busy"})"}) {

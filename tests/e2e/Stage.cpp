@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdlib>
@@ -100,6 +101,8 @@ Stage::Stage() {
   for (const char* folder : {"home", "tmp", "laptop", "bin", "run"}) fs::create_directory(root_ / folder);
   fs::permissions(root_ / "run", fs::perms::owner_all);
   laptop({{"lid", "open"}, {"applicationsFolder", kProgram.parent_path().string() + "/"}});
+  fs::create_directories(state());
+  configure(Json::object());
   const auto setup = tovi({"setup"});
   if (setup.status != 0) ADD_FAILURE() << "tovi setup: " << setup.status << " " << setup.out << setup.err;
 }
@@ -118,6 +121,16 @@ fs::path Stage::state() const { return root_ / "home/Library/Application Support
 void Stage::laptop(const Json& changes) {
   laptop_.update(changes);
   replaceFile(root_ / "laptop/laptop.json", laptop_.dump(2));
+}
+
+void Stage::configure(const Json& settings, const std::vector<std::string>& countedKinds) {
+  Json left = Json::array();
+  for (const char* kind :
+       {"claude-code", "codex", "gemini", "cursor-agent", "opencode", "aider", "copilot", "amp", "ollama"})
+    if (std::find(countedKinds.begin(), countedKinds.end(), kind) == countedKinds.end()) left.push_back(kind);
+  Json all = {{"trackOnly", left}};
+  all.update(settings);
+  replaceFile(state() / "config.json", all.dump(2));
 }
 
 Json Stage::switches() const {
@@ -179,6 +192,11 @@ Process Stage::startApp() {
   EXPECT_TRUE(eventually(20s, [&] { return ask("config", Json::object(), 500ms).is_object(); }))
       << "the application doesn't answer";
   return app;
+}
+
+bool Stage::heartBeats(const Process& app) const {
+  const auto own = " " + std::to_string(app.pid()) + " ";
+  return eventually(6s, [&] { return readFile(state() / "alive").find(own) != std::string::npos; });
 }
 
 Process Stage::startTovi(const std::vector<std::string>& arguments) {

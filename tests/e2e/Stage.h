@@ -53,7 +53,7 @@ struct Outcome {
 
 class Stage {
  public:
-  Stage();  // with set-up done, the lid open, and 80 % of battery
+  Stage();  // with set-up done, the lid open, 80 % of battery, and no agent counted
   ~Stage();
   Stage(const Stage&) = delete;
   Stage& operator=(const Stage&) = delete;
@@ -69,9 +69,14 @@ class Stage {
   bool sleepIsOff() const { return switchIs("SleepDisabled", true); }
   std::string commandLog() const;
 
+  // Replaces config.json. The process table is the computer's own, with agents of other stages and of the person in
+  // it, so that a stage counts none that it doesn't name: kind ids of known agents.
+  void configure(const Json& settings, const std::vector<std::string>& countedKinds = {});
+
   // The application, running and answering.
   Process startApp();
   Process startAppUnawaited();
+  bool heartBeats(const Process& app) const;  // waits for the application's first sign of life to the watchdog
 
   // The command line tool, to its end or left running.
   Outcome tovi(const std::vector<std::string>& arguments, std::chrono::milliseconds limit = 40s);
@@ -86,12 +91,18 @@ class Stage {
   // A process that uses about a tenth of a core, with an executable of this name. `script`: the path of what it
   // runs, below the stage.
   Process startBusy(const std::string& name, const std::string& script = "busy.sh");
+
+  // The same as an agent of this stage alone, called "Tester". Configure the stage with customAgent() for it.
+  Process startCustomAgent() { return startBusy(customName()); }
+  Json customAgent() const { return {{{"name", "Tester"}, {"executables", {customName()}}}}; }
   Process startIdle();
 
   Process start(const std::string& program, const std::vector<std::string>& arguments, const std::string& outFile = "",
                 const std::string& errFile = "");
 
  private:
+  std::string customName() const { return root_.filename().string(); }
+
   std::filesystem::path root_;
   Json laptop_;
 };

@@ -69,7 +69,7 @@ TEST_F(EndToEndLimits, HeatWithTheLidClosed) {
 
 TEST_F(EndToEndLimits, OnlyOnPower) {
   hold();
-  replaceFile(stage.state() / "config.json", R"({"onlyOnPower": true})");
+  stage.configure({{"onlyOnPower", true}});
   expectBlocked("Only on power");
   stage.laptop({{"battery", batteryAt(60, true)}});
   expectHoldingAgain();
@@ -126,13 +126,15 @@ TEST_F(EndToEndLimits, SwitchBackThatIsRefusedIsTriedUntilItWorks) {
 }
 
 TEST_F(EndToEndLimits, NoMarkerNoSwitch) {
+  stage.configure({{"customAgents", stage.customAgent()}});
+  ASSERT_TRUE(eventually(5s, [&] { return !stage.ask("config")["config"]["customAgents"].empty(); }));
   const auto state = stage.state();
   const auto away = state.string() + ".away";
   std::filesystem::rename(state, away);
   writeFile(state, "no folder");
-  Process agent = stage.startBusy("claude");
+  Process agent = stage.startCustomAgent();
   EXPECT_FALSE(eventually(13s, [&] { return stage.sleepIsOff(); }));
-  EXPECT_EQ(stage.commandLog().find("disablesleep 1"), std::string::npos);
+  EXPECT_EQ(stage.commandLog().find("sudo -n /usr/bin/pmset -a disablesleep 1"), std::string::npos);
   EXPECT_TRUE(app.runs());
 
   // It had seen the agent all along: with the folder back it needs no new look at the processes.

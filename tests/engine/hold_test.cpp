@@ -70,8 +70,6 @@ TEST_F(HoldTest, ASleepThatDoesNotComeIsAskedForThreeTimesMore) {
   start();
   engine().addHold("training", 1, {}, {});
   lid(true);
-  laptop.tool("/usr/bin/nothing", {});
-  laptop.setSwitches([](LaptopSwitches&) {});
   refuse({"pmset sleepnow"});
   laptop.advance(62);
   const auto asked = [&] { return laptop.commandCount("/usr/bin/sudo -n /usr/bin/pmset sleepnow"); };
@@ -235,6 +233,87 @@ TEST_F(HoldTest, APassiveEngineChangesNothing) {
   EXPECT_FALSE(sleepOff());
   EXPECT_FALSE(asleep());
   EXPECT_EQ(laptop.faults().operations(), before);
+}
+
+TEST_F(HoldTest, APassiveEngineLeavesAHotClosedLaptopAlone) {
+  laptop.edit([](LaptopReport& report) {
+    report.lid = LaptopLid::closed;
+    report.thermal = ThermalState::serious;
+  });
+  laptop.settle();
+  const auto before = laptop.faults().operations();
+  Engine passive(laptop.machine(), true);
+  passive.addHold("training", {}, {}, {});
+  passive.lidChanged(false);
+  passive.lidChanged(true);
+  EXPECT_NE(passive.uninstallHelper(), std::nullopt);
+  EXPECT_EQ(laptop.faults().operations(), before);
+}
+
+TEST_F(HoldTest, ShutdownInACheckInSwitchesSleepBackOn) {
+  config(R"({"checkInMinutes": 15})");
+  start();
+  lid(true);
+  laptop.edit([](LaptopReport& report) { report.events.poweredOn = 1; });
+  laptop.settle();
+  ASSERT_TRUE(engine().checkInUntil);
+  ASSERT_TRUE(sleepOff());
+  engine().shutdown();
+  EXPECT_TRUE(holds(false));
+}
+
+TEST_F(HoldTest, ACheckInWithoutAMarkerIsNone) {
+  config(R"({"checkInMinutes": 15})");
+  start();
+  lid(true);
+  laptop.files().setFull(true);
+  laptop.edit([](LaptopReport& report) { report.events.poweredOn = 1; });
+  laptop.settle();
+  EXPECT_TRUE(holds(false));
+}
+
+TEST_F(HoldTest, ASessionThatACrashInterruptedIsAdoptedForAMoment) {
+  struct Case {
+    const char* name;
+    const char* config;
+    bool agentWorks, closed;
+    double seconds;  // until it is settled
+    bool held, sleeps;
+  };
+  for (const Case& row : {Case{"nothing asks: let go at once", R"({"mode": "off"})", false, false, 0, false, false},
+                          Case{"work may show: let go after the grace", "{}", false, true, 34, false, true},
+                          Case{"work shows: taken over", "{}", true, true, 18, true, false}}) {
+    World world;
+    world.config(row.config);
+    world.start();
+    world.engine().addHold("training", {}, {}, {});
+    ASSERT_TRUE(world.holds(true)) << row.name;
+    world.laptop.files().erase(world.state.path("runtime.json"));
+    world.lid(row.closed);
+    if (row.agentWorks) world.agent();
+    world.crashAndRestart();
+    if (row.seconds > 0) {
+      EXPECT_TRUE(world.engine().adoptedHoldUntil) << row.name;
+      EXPECT_TRUE(world.sleepOff() && world.marker()) << row.name;
+    }
+    world.laptop.advance(row.seconds);
+    EXPECT_TRUE(world.holds(row.held)) << row.name;
+    EXPECT_EQ(world.asleep(), row.sleeps) << row.name;
+    EXPECT_EQ(world.engine().adoptedHoldUntil, std::nullopt) << row.name;
+  }
+}
+
+TEST_F(HoldTest, AMarkerOfAnAdoptedSessionSurvivesARefusedSwitch) {
+  start();
+  engine().addHold("training", {}, {}, {});
+  refuse({"pmset -a disablesleep"});
+  crashAndRestart();
+  EXPECT_FALSE(engine().holding);
+  EXPECT_TRUE(sleepOff());
+  EXPECT_TRUE(marker());
+  refuse({});
+  laptop.advance(32);
+  EXPECT_TRUE(holds(true));
 }
 
 TEST_F(HoldTest, ShutdownGivesEverythingBackOnceAndOnlyIfItIsOurs) {

@@ -137,7 +137,7 @@ TEST_F(SettingsTest, LearnedFiguresOutsideReasonAreIgnored) {
   laptop.defaults().set("openDraw", 7.5);
   start();
   EXPECT_EQ(engine().fullWh, 70.0);
-  EXPECT_TRUE(engine().openDraw.get().has_value());
+  EXPECT_EQ(engine().openDraw.get(), 7.5);
 }
 
 }  // namespace

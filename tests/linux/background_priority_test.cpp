@@ -3,7 +3,8 @@
 #include <linux/ioprio.h>
 #include <sys/syscall.h>
 
-#include <map>
+#include <future>
+#include <memory>
 
 #include "linux/Helpers.h"
 #include "platform/linux/BootAnchor.h"
@@ -46,12 +47,14 @@ class Threads : public ::testing::Test {
       };
       tell();
       const auto thread = [&](auto prepare) {
-        std::thread([&tell, prepare] {
+        std::promise<void> told;
+        std::thread([&tell, &told, prepare] {
           prepare();
           tell();
+          told.set_value();
           while (true) ::pause();
         }).detach();
-        ::usleep(20'000);
+        told.get_future().wait();
       };
       thread([] {});
       thread([] {
@@ -69,7 +72,6 @@ class Threads : public ::testing::Test {
             while (true) ::pause();
           }).detach();
       }).detach();
-      ::usleep(20'000);
     });
     main_ = hear();
     plain_ = hear();

@@ -92,11 +92,16 @@ TEST_F(RealBroadcast, ATextThatNoDatagramHoldsIsTooLarge) {
 
 TEST_F(RealBroadcast, AListenerThatDoesNotReadHoldsNobodyUpForLong) {
   const Registration listening = listen();
-  const auto start = std::chrono::steady_clock::now();
   Sent sent = Sent::yes;
-  for (int i = 0; i < 5000 && sent == Sent::yes; ++i) sent = road.post("x");
+  auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 5000 && sent == Sent::yes; ++i) {
+    start = std::chrono::steady_clock::now();
+    sent = road.post("x");
+  }
   EXPECT_EQ(sent, Sent::failed);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900))
+      << "a busy listener gets a moment";
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
 TEST_F(RealBroadcast, AFolderThatOthersCanEnterOrOwnIsNotUsed) {

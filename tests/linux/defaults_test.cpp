@@ -71,6 +71,11 @@ TEST_F(RealDefaults, WhatCannotBeWrittenOrReadBreaksNothing) {
   defaults.set("n", 1.0);
   EXPECT_TRUE(std::filesystem::is_directory(path));
   std::filesystem::remove(path);
+  put(path, "{}");
+  std::filesystem::resize_file(path, std::uintmax_t{65} << 20);  // more than is ever read
+  defaults.set("n", 1.0);
+  EXPECT_EQ(std::filesystem::file_size(path), std::uintmax_t{65} << 20) << "what could not be read was thrown away";
+  std::filesystem::remove(path);
   defaults.set(std::string("k\xff"), 1.0);
   defaults.set("n", 2.0);
   EXPECT_EQ(defaults.number("n"), 2.0);

@@ -20,7 +20,9 @@ class RealFileEvents : public ::testing::Test {
   int callsAfter(const std::function<void()>& step) {
     calls = 0;
     step();
-    runFor(loop, 0.03);
+    runUntil(
+        loop, [this] { return calls > 0; }, 0.1);
+    runFor(loop, 0.02);
     return calls;
   }
 };
@@ -90,9 +92,9 @@ TEST_F(RealFileEvents, AWatchMayEndInsideItsCallOrWhileOneIsQueued) {
     self.reset();
   });
   put(folder / "config.json", "1");
-  runFor(loop, 0.03);
+  runFor(loop, 0.1);
   put(folder / "config.json", "2");
-  runFor(loop, 0.03);
+  runFor(loop, 0.1);
   EXPECT_EQ(once, 1);
 
   Registration outlives;

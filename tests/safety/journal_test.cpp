@@ -234,10 +234,13 @@ TEST_F(JournalTest, TheSafetyRecordIsWholeOrNone) {
   EXPECT_EQ(Safety::load(state_), accepted);
   for (const char* broken :
        {"", "[]", R"({"heatGuard":true})", R"({"batteryFloor":5})", R"({"heatGuard":1,"batteryFloor":5})",
-        R"({"heatGuard":true,"batteryFloor":"5"})", R"({"heatGuard":true,"batteryFloor":2147483648})"}) {
+        R"({"heatGuard":true,"batteryFloor":"5"})"}) {
     put("safety.json", broken);
     EXPECT_EQ(Safety::load(state_), std::nullopt) << broken;
   }
+  // A limit that the setting can't have would be put back for ever.
+  put("safety.json", R"({"heatGuard":true,"batteryFloor":2147483648})");
+  EXPECT_EQ(Safety::load(state_), (Safety{true, 80}));
 }
 
 }  // namespace

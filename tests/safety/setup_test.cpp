@@ -71,7 +71,7 @@ TEST(SetupTest, PutsEverythingInPlaceAfterOnePassword) {
   House house;
   EXPECT_FALSE(house.setup.setupReady());
   EXPECT_FALSE(house.setup.cliInstalled());
-  EXPECT_EQ(house.setup.run(false), std::nullopt);
+  EXPECT_EQ(house.setup.run(), std::nullopt);
   EXPECT_EQ(house.passwordsAsked(), 1);
   EXPECT_TRUE(house.setup.setupReady());
   EXPECT_TRUE(house.setup.wakeReady());
@@ -82,7 +82,7 @@ TEST(SetupTest, PutsEverythingInPlaceAfterOnePassword) {
   EXPECT_EQ(house.laptop.files().status(house.state.path("watchdog.sh"))->mode, 0755u);
   EXPECT_FALSE(house.laptop.files().exists("/tmp/tovi-sudoers"));
 
-  EXPECT_EQ(house.setup.run(false), std::nullopt);
+  EXPECT_EQ(house.setup.run(), std::nullopt);
   EXPECT_EQ(house.passwordsAsked(), 1) << "what stands is not asked for again";
 }
 
@@ -91,7 +91,8 @@ TEST(SetupTest, EndsNoSession) {
     for (const bool holding : {true, false}) {
       House house(privileged);
       house.laptop.setSwitches([&](LaptopSwitches& switches) { switches.sleepDisabled = true; });
-      EXPECT_EQ(house.setup.run(holding), std::nullopt);
+      if (holding) house.state.touch(house.state.path("hold"));
+      EXPECT_EQ(house.setup.run(), std::nullopt);
       EXPECT_EQ(house.sleepDisabled(), holding) << privileged;
     }
   }
@@ -124,7 +125,7 @@ TEST(SetupTest, ARefusalLeavesNothingInTheSystemsFolders) {
     House house;
     house.answer(one.answer);
     house.refuse(one.refuse);
-    EXPECT_EQ(house.setup.run(false), one.message) << one.name;
+    EXPECT_EQ(house.setup.run(), one.message) << one.name;
     house.expectNoRule(one.name);
     EXPECT_FALSE(house.laptop.files().exists(kLink)) << one.name;
   }
@@ -133,7 +134,7 @@ TEST(SetupTest, ARefusalLeavesNothingInTheSystemsFolders) {
 TEST(SetupTest, ARuleThatSudoDoesNotFollowIsNoSuccess) {
   House house;
   house.refuse({"pmset -a disablesleep 0"});
-  EXPECT_EQ(house.setup.run(false), "Installed, but sudo isn't accepting it yet. Try Set up again.");
+  EXPECT_EQ(house.setup.run(), "Installed, but sudo isn't accepting it yet. Try Set up again.");
 }
 
 TEST(SetupTest, AFailureWithoutWordsStillHasSome) {
@@ -141,7 +142,7 @@ TEST(SetupTest, AFailureWithoutWordsStillHasSome) {
   OrderedCommands commands;
   commands.answer = {ElevationResult::Outcome::failed, ""};
   const Machine machine = with(house.laptop.machine(), house.laptop.surroundings(), commands);
-  EXPECT_EQ(tovi::Setup(machine, house.state).installSudoers(false), "Setup failed.");
+  EXPECT_EQ(tovi::Setup(machine, house.state).installSudoers(), "Setup failed.");
 }
 
 TEST(SetupTest, WakeNeedsBothAnswersOfSudo) {
@@ -163,14 +164,14 @@ TEST(SetupTest, ARuleOfAnOlderKindIsInstalledAnew) {
   commands.answer = {ElevationResult::Outcome::cancelled, {}};
   commands.code = [](const std::string& line) { return line.find("tmutil") == std::string::npos ? 0 : 1; };
   const Machine machine = with(house.laptop.machine(), house.laptop.surroundings(), commands);
-  EXPECT_EQ(tovi::Setup(machine, house.state).run(false), "Setup cancelled.")
+  EXPECT_EQ(tovi::Setup(machine, house.state).run(), "Setup cancelled.")
       << "asked, because backups aren't covered";
 }
 
 TEST(SetupTest, AnApplicationThatIsNotInstalledChangesNothing) {
   for (const char* path : {"/Users/anna/Downloads/Tovi.app/Contents/MacOS/Tovi", "/ApplicationsX/Tovi"}) {
     House house(false, {.executable = path});
-    EXPECT_EQ(house.setup.run(false), "Move Tovi to your Applications folder first, then open it from there.") << path;
+    EXPECT_EQ(house.setup.run(), "Move Tovi to your Applications folder first, then open it from there.") << path;
     EXPECT_FALSE(house.setup.watchdogReady());
     EXPECT_TRUE(house.laptop.commands().empty());
   }
@@ -179,7 +180,7 @@ TEST(SetupTest, AnApplicationThatIsNotInstalledChangesNothing) {
 TEST(SetupTest, AFolderThatCannotBeWrittenIsSaid) {
   House house;
   house.laptop.files().setReadOnly("/home/anna");
-  const auto failed = house.setup.run(false);
+  const auto failed = house.setup.run();
   ASSERT_TRUE(failed);
   EXPECT_NE(failed->find("watchdog.sh"), std::string::npos) << *failed;
   EXPECT_EQ(house.passwordsAsked(), 0);
@@ -228,7 +229,7 @@ TEST(LaunchAgent, FollowsAnApplicationThatMoved) {
 
 TEST(Removal, TakesAwayAllThatSetupMade) {
   House house;
-  ASSERT_EQ(house.setup.run(false), std::nullopt);
+  ASSERT_EQ(house.setup.run(), std::nullopt);
   house.laptop.forgetCommands();
   EXPECT_EQ(house.setup.uninstall(), std::nullopt);
   EXPECT_EQ(house.passwordsAsked(), 1);

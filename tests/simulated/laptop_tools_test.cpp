@@ -133,6 +133,7 @@ TEST_F(LaptopTools, AreRefusedByTheBeginningOfTheirWords) {
   } cases[] = {
       {"pmset -a disablesleep 1", "/usr/bin/sudo -n /usr/bin/pmset -a disablesleep 1", 1},
       {"pmset -a disablesleep 1", "/usr/bin/sudo -n /usr/bin/pmset -a disablesleep 0", 0},
+      {"disablesleep 1", "/usr/bin/sudo -n /usr/bin/pmset -a disablesleep 1", 0},
       {"pmset", "/usr/bin/sudo -n /usr/bin/pmset sleepnow", 1},
       {"pmset", "/usr/bin/pmset -g custom", 1},
       {"pmset", "/usr/bin/sudo -n -l /usr/bin/pmset sleepnow", 0},  // asking isn't running
@@ -143,7 +144,7 @@ TEST_F(LaptopTools, AreRefusedByTheBeginningOfTheirWords) {
       {"thong", "/opt/thing", 0},
   };
   for (const auto& [entry, line, code] : cases) {
-    laptop.edit([&](LaptopReport& report) { report.refuse = {"nothing of ours", entry}; });
+    laptop.edit([&beginning = entry](LaptopReport& report) { report.refuse = {"nothing of ours", beginning}; });
     const LaptopSwitches before = laptop.switches();
     EXPECT_EQ(run(line).code, code) << entry << " / " << line;
     EXPECT_TRUE(code == 0 || laptop.switches() == before) << line;
@@ -232,6 +233,19 @@ TEST_F(LaptopTools, ElevationFailsWithoutHavingGrantedAnything) {
     EXPECT_TRUE(laptop.files().exists("/etc/passwd")) << what;
     EXPECT_EQ(laptop.commands().back().code, 1) << what;
   }
+}
+
+TEST_F(LaptopTools, EachPowerSourceHasItsOwnMode) {
+  const auto modes = [&](const std::string& words) {
+    laptop.setSwitches([](LaptopSwitches& switches) { switches = {}; });
+    EXPECT_EQ(elevate("/usr/bin/pmset " + words).outcome, ElevationResult::Outcome::done) << words;
+    return std::pair{laptop.switches().batteryMode.at("lowpowermode"), laptop.switches().acMode.at("lowpowermode")};
+  };
+  EXPECT_EQ(modes("-b lowpowermode 1"), std::pair(1, 0));
+  EXPECT_EQ(modes("-c lowpowermode 1"), std::pair(0, 1));
+  EXPECT_EQ(modes("-a lowpowermode 1"), std::pair(1, 1));
+  EXPECT_EQ(elevate("/usr/bin/pmset -a lowpowermode 2").outcome, ElevationResult::Outcome::failed);
+  EXPECT_EQ(elevate("/usr/bin/sudo -n /usr/bin/pmset sleepnow").outcome, ElevationResult::Outcome::failed);
 }
 
 TEST_F(LaptopTools, SpawnedAndStartedProgramsAreToldApart) {

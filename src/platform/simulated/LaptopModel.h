@@ -39,8 +39,8 @@ class LaptopModel {
 
   // Answers the password dialog and, when granted, carries out the steps of one line of shell text with root's
   // rights: mkdir -p, install, visudo -cf, mv -f, ln -sf, rm -f, within the laptop's own folders for sudo rules and
-  // tools. "/private/etc/sudoers.d" and "/usr/local/bin" stand for these wherever they lie. A rule that arrives or
-  // leaves changes `privileged` in the report.
+  // tools, and its own tools. "/private/etc/sudoers.d" and "/usr/local/bin" stand for these wherever they lie. A rule
+  // that arrives or leaves changes `privileged` in the report.
   ElevationResult elevate(const std::string& shellText);
 
   // What `sudo -n` lets pass without a password when the rule is in place, paths and arguments joined by blanks.

@@ -104,8 +104,14 @@ std::vector<RunningApplication> LaptopWorkspace::runningApplications() {
     running.push_back(application);
     listed.insert(application.pid);
   }
-  for (const Pid pid : processes_.allPids()) {
-    if (listed.contains(pid)) continue;
+  // Found in the cheap picture; only the few inside a bundle are then looked at one by one.
+  std::vector<Pid> inBundles;
+  for (const ProcessEntry& entry : processes_.table().entries()) {
+    if (entry.path && entry.path->find(".app/") != std::string::npos && !listed.contains(entry.pid)) {
+      inBundles.push_back(entry.pid);
+    }
+  }
+  for (const Pid pid : inBundles) {
     if (auto application = fromProcess(pid)) running.push_back(std::move(*application));
   }
   return running;
