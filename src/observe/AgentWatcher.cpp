@@ -112,7 +112,9 @@ bool AgentWatcher::State::toolRunning(const Look& look, const AgentCandidates::C
   return std::ranges::any_of(tree, [&](Pid pid) {
     if (pid == agent.pid || candidates.isAgent(pid, agent.kind->id)) return false;
     const auto start = startOf(look, pid);
-    return start && *start > *agentStart + kToolAfterAgent && *start < look.mark && look.mark - *start < kToolAtMost;
+    // Asked afresh at a hit: in the picture a command that has ended may stand a while.
+    return start && *start > *agentStart + kToolAfterAgent && *start < look.mark &&
+           look.mark - *start < kToolAtMost && machine.processes.startTime(pid) == start;
   });
 }
 

@@ -29,7 +29,7 @@ struct Description {
 };
 
 Description describe(const Machine& machine, const std::string& id) {
-  if (!id.ends_with(".app")) return {id, std::nullopt};
+  if (!id.starts_with('/') || !id.ends_with(".app")) return {id, std::nullopt};  // a tool may be called x.app
   const std::string file = id.substr(id.rfind('/') + 1);
   const std::string name = file.substr(0, file.rfind('.'));
   const auto bundle = machine.workspace.bundle(id);

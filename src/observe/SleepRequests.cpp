@@ -75,7 +75,7 @@ std::vector<SleepBlocker> AgentWatcher::sleepRequests(const Machine& machine) {
 
     SleepBlocker request;
     request.pid = pid;
-    if (const auto application = machine.workspace.application(pid)) {
+    if (const auto application = machine.workspace.application(pid); application && !application->name.empty()) {
       request.process = application->name;
     } else {
       request.process = path ? std::string(lastComponent(*path)) : holder;

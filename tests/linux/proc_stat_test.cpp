@@ -18,7 +18,7 @@ TEST(ProcStat, NoNameCanShiftTheFields) {
        {"bash", "foo) Z ", ") R 1 1 1", "a\nb", "", "((", "))", " ", "\xff\xfe", "x) S 1 (y", "7 (q"}) {
     const auto stat = parseProcStat(line(name));
     ASSERT_TRUE(stat) << name;
-    EXPECT_EQ(*stat, (ProcStat{12, 'S', false, 150, 25, 4321})) << name;
+    EXPECT_EQ(*stat, (ProcStat{12, 'S', false, 3, 150, 25, 4321})) << name;
   }
 }
 

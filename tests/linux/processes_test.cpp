@@ -1,6 +1,8 @@
 #include "platform/linux/LinuxProcesses.h"
 
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "linux/Helpers.h"
 #include "platform/linux/ProcStat.h"
@@ -28,6 +30,17 @@ TEST_F(RealProcesses, PauseAndResumeReachTheRightProcessOnly) {
   EXPECT_EQ(stateOf(child.pid()), 'T');
   EXPECT_TRUE(processes.resume(child.pid(), start));
   EXPECT_TRUE(eventually([&] { return stateOf(child.pid()) == 'S'; }));
+}
+
+// Until its parent asks, a process that has ended keeps its number and its line in /proc.
+TEST_F(RealProcesses, OneThatHasEndedIsGoneBeforeItsParentAsks) {
+  const Pid ended = ::fork();
+  if (ended == 0) ::_exit(0);
+  EXPECT_TRUE(eventually([&] { return stateOf(ended) == 'Z'; }));
+  EXPECT_EQ(processes.startTime(ended), std::nullopt);
+  EXPECT_EQ(processes.usage(ended).has_value(), false);
+  EXPECT_EQ(processes.table().find(ended), nullptr);
+  ::waitpid(ended, nullptr, 0);
 }
 
 TEST_F(RealProcesses, NothingReachesOneselfInitOrAProcessThatIsGone) {

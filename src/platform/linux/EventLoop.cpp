@@ -249,6 +249,8 @@ void EventLoop::run() {
   while (!stopped_ && sd_event_run(event_, UINT64_MAX) >= 0) {
   }
   stopped_ = false;
+  // Leaf work that is under way uses parts of the machine that don't outlive the loop's turn by much.
+  leafWork_.reset();
 }
 
 }  // namespace tovi

@@ -124,7 +124,9 @@ bool LinuxFiles::rename(const std::string& from, const std::string& to) {
 
 bool LinuxFiles::syncFolder(const std::string& folder) {
   const FileDescriptor handle{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-  return handle && synchronise(handle.get());
+  if (!handle) return false;
+  // A file system that can't do this has nothing to wait for.
+  return synchronise(handle.get()) || errno == EINVAL || errno == ENOTSUP || errno == EROFS;
 }
 
 bool LinuxFiles::remove(const std::string& path) { return std::remove(path.c_str()) == 0; }

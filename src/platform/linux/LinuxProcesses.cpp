@@ -58,7 +58,9 @@ std::optional<ProcStat> LinuxProcesses::stat(Pid pid) const {
   std::array<char, 4096> room;
   const auto line = readSystemFile(AT_FDCWD, fmt::format("{}/{}/stat", procRoot_, pid).c_str(), room);
   if (!line) return {};
-  return parseProcStat(*line);
+  const auto facts = parseProcStat(*line);
+  if (facts && facts->ended()) return {};
+  return facts;
 }
 
 std::optional<std::string> LinuxProcesses::link(Pid pid, const char* name) const {

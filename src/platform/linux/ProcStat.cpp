@@ -6,7 +6,7 @@ namespace tovi {
 namespace {
 
 // Fields as proc(5) numbers them; the state is 3.
-constexpr int kParent = 4, kFlags = 9, kUserTime = 14, kSystemTime = 15, kStart = 22;
+constexpr int kParent = 4, kFlags = 9, kUserTime = 14, kSystemTime = 15, kThreads = 20, kStart = 22;
 constexpr std::uint64_t kKernelThreadFlag = 0x00200000;  // PF_KTHREAD of the kernel's sched.h
 
 template <typename Number>
@@ -46,6 +46,9 @@ std::optional<ProcStat> parseProcStat(std::string_view text) {
         break;
       case kSystemTime:
         good = take(word, stat.systemTime);
+        break;
+      case kThreads:
+        good = take(word, stat.threads);
         break;
       case kStart:
         good = take(word, stat.start);

@@ -74,6 +74,7 @@ bool ProcessPicture::read(ProcessEntry& entry, bool& kernelThread) {
   const auto line = readLine(root_.descriptor(), EntryPath{entry.pid}.to("stat"), room);
   if (!line && (errno == ENOENT || errno == ESRCH)) return false;
   const auto stat = line ? parseProcStat(*line) : std::nullopt;
+  if (stat && stat->ended()) return false;
   const auto start = stat ? std::optional{anchor_.fromTicks(stat->start)} : std::nullopt;
   entry.parent = stat ? std::optional{stat->parent} : std::nullopt;
   kernelThread = stat && stat->kernelThread;
