@@ -58,7 +58,7 @@ std::size_t processCount() {
 }
 
 bool Sleepers::fillUpTo(std::size_t count) {
-  for (auto missing = count - std::min(count, processCount()); missing > 0; --missing) {
+  while (pids_.size() < count) {
     const pid_t pid = ::fork();
     if (pid < 0) return false;
     if (pid == 0) {

@@ -18,7 +18,7 @@ class Sleepers {
   Sleepers& operator=(const Sleepers&) = delete;
   ~Sleepers();
 
-  // Starts as many as it takes for the machine to have `count` processes in all; false if it couldn't.
+  // Starts as many as it takes to have `count` of them; false if it couldn't.
   bool fillUpTo(std::size_t count);
 
  private:

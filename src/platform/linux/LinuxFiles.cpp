@@ -105,14 +105,19 @@ bool LinuxFiles::create(const std::string& path, std::optional<unsigned> mode) {
 }
 
 bool LinuxFiles::write(const std::string& path, std::string_view bytes, Sync sync) {
-  FileDescriptor file{::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NONBLOCK)};
+  FileDescriptor file{::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK)};
   if (!file) return false;
+  struct stat before;
+  if (::fstat(file.get(), &before) != 0) return false;
+  const auto size = static_cast<off_t>(bytes.size());
   while (!bytes.empty()) {
     const ssize_t put = ::write(file.get(), bytes.data(), bytes.size());
     if (put < 0 && errno == EINTR) continue;
     if (put <= 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(put));
   }
+  // Cut last, and only what is longer: some file systems write out a file that was cut as soon as it is closed.
+  if (before.st_size > size && ::ftruncate(file.get(), size) != 0) return false;
   if (sync == Sync::yes && !synchronise(file.get())) return false;
   // Some file systems tell of a full disk only here.
   return ::close(file.release()) == 0 || errno == EINTR;

@@ -240,12 +240,12 @@ bool MemoryFiles::write(const std::string& path, std::string_view bytes, Sync sy
   if (!at.node || at.node->kind != kFile || at.readOnly || (at.node->mode & kWrite) == 0) return false;
   return faults_.perform("write", path, [&] {
     Node& file = *at.node;
-    const bool fits = !full_ || bytes.empty();
-    file.bytes = fits ? bytes : std::string_view{};  // it was emptied first
+    if (full_ && !bytes.empty()) return false;
+    file.bytes = bytes;
     file.modified = clock_.now();
-    if (fits && sync == Sync::yes) file.durable = file.bytes;
+    if (sync == Sync::yes) file.durable = file.bytes;
     changed(at.folder(), at.last);
-    return fits;
+    return true;
   });
 }
 
