@@ -162,6 +162,10 @@ void Engine::applyClosedTargets(std::optional<Preset> preset, const Skip& skip) 
                        entry.paused == (at->second.rule == AppRule::pause);
     (stays ? staying : stale).push_back(entry);
   }
+  // A slowed process may have started threads since.
+  for (const Touched& entry : staying) {
+    if (!entry.paused) machine_.processes.setBackgroundPriority(entry.pid, entry.start);
+  }
   if (!stale.empty()) {
     const auto left = Journal::undo(machine_, stale);
     staying.insert(staying.end(), left.begin(), left.end());

@@ -211,6 +211,7 @@ class Engine {
   void sampleEnergy();
   void readBattery();
   void retrySleep();
+  void repairClosedState();
   void repairScreen();
   void retryRelease();
   void keepApps(std::vector<AppUsage> sampled);

@@ -118,8 +118,7 @@ void Engine::holdDisplayAwake(bool flag) {
     if (displayAssertion_ == 0 && !previewOnly_) {
       displayAssertion_ = machine_.assertions.holdDisplayAwake("Tovi: lid-closed session (no lock screen on reopen)");
     }
-  } else if (displayAssertion_ != 0) {
-    machine_.assertions.release(displayAssertion_);
+  } else if (displayAssertion_ != 0 && machine_.assertions.release(displayAssertion_)) {
     displayAssertion_ = 0;
   }
 }

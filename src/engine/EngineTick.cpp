@@ -5,6 +5,7 @@
 #include "engine/Engine.h"
 #include "engine/Warnings.h"
 #include "observe/DisplayPower.h"
+#include "observe/SystemSwitches.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
 #include "safety/Heartbeat.h"
@@ -31,7 +32,7 @@ void Engine::tick() {
   if (lidClosed && holding && !powerTestRunning && every(15)) {
     applyClosedTargets(heatForced ? Preset::longest : config->preset, {});
   }
-  if (!touched->empty() && !(lidClosed && holding) && !measuring && every(5)) restoreApps();
+  if (!(lidClosed && holding) && !measuring && every(5)) repairClosedState();
   if (!lidClosed && every(2)) repairScreen();
   if (holding) state_.touch(state_.path("hold"));
   if (ticks % 150 == 3) checkWatchdog();
@@ -78,6 +79,14 @@ void Engine::sampleEnergy() {
   keepApps(std::move(sampled));
   updateBaseline();
   if (lidClosed && holding) accumulateSavings();
+}
+
+// What a session left behind because its undoing failed.
+void Engine::repairClosedState() {
+  if (!touched->empty() || state_.exists("touched.json")) restoreApps();
+  holdDisplayAwake(false);
+  if (lowPowerSet()) restorePowerMode();
+  if (TimeMachine::paused(state_)) TimeMachine::resume(machine_, state_);
 }
 
 void Engine::repairScreen() {

@@ -64,7 +64,8 @@ bool DisplayPower::turnOffBuiltIn(const Machine& machine, const StateFiles& stat
   // A file from an earlier switch-off that still waits to be undone must survive a failure of this one.
   const bool alreadyOff = state.exists(kDisplayOff);
   const std::string path = state.path(kDisplayOff);
-  state.writeDurably(fmt::format("{}", *display), path);
+  // Without a record nobody would know that the screen has to come back.
+  if (!state.writeDurably(fmt::format("{}", *display), path) && !state.exists(kDisplayOff)) return false;
   const bool off =
       machine.displays.beginConfiguration() && succeeded(switchInTransaction(machine, *display, /*enabled=*/false));
   if (!off && !alreadyOff) state.remove(path);

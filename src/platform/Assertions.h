@@ -30,7 +30,7 @@ class Assertions {
 
   // Keeps the screen from sleeping; 0 is failure, anything else names the assertion for release().
   virtual std::uint32_t holdDisplayAwake(const std::string& name) = 0;
-  virtual void release(std::uint32_t assertion) = 0;
+  virtual bool release(std::uint32_t assertion) = 0;  // false: it still stands
 
   // Tells the system that this process does something the person asked for, so that it isn't napped.
   enum class Activity { allowingIdleSystemSleep, preventingIdleSystemSleep };

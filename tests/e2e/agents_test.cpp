@@ -11,27 +11,19 @@ namespace fs = std::filesystem;
 // Agents are looked for every ten seconds, give or take one.
 constexpr auto kSeen = 12s;
 
-struct AgentCase {
-  const char* kind;
-  const char* name;
-  const char* executable;
-  const char* script;
-};
-
-class AgentAtWork : public testing::TestWithParam<AgentCase> {};
-
-TEST_P(AgentAtWork, KeepsTheLaptopAwakeAndLetsGoAfterItsQuietTime) {
+// The whole working day of one agent: seen, at work, gone, its quiet time over.
+void liveThrough(const std::string& kind, const std::string& name, const std::string& executable,
+                 const std::string& script) {
   Stage stage;
-  stage.configure({{"quietMinutes", 1}}, {GetParam().kind});
+  stage.configure({{"quietMinutes", 1}}, {kind});
   Process app = stage.startApp();
-  const std::string name = GetParam().name;
   const auto before = stage.status();
   for (const auto& other : before["watching"])
     if (other["name"] == name) GTEST_SKIP() << "a real " << name << " runs on this computer";
   ASSERT_FALSE(stage.sleepIsOff());
   ASSERT_FALSE(stage.hasState("hold"));
 
-  Process agent = stage.startBusy(GetParam().executable, GetParam().script);
+  Process agent = stage.startBusy(executable, script);
   ASSERT_TRUE(eventually(kSeen, [&] { return stage.sleepIsOff(); }));
   EXPECT_TRUE(stage.hasState("hold"));
   auto status = stage.status();
@@ -54,11 +46,13 @@ TEST_P(AgentAtWork, KeepsTheLaptopAwakeAndLetsGoAfterItsQuietTime) {
   EXPECT_EQ(stage.status()["status"], "Nothing running · sleeps when closed");
 }
 
-INSTANTIATE_TEST_SUITE_P(EndToEnd, AgentAtWork,
-                         testing::Values(AgentCase{"claude-code", "Claude Code", "claude", "busy.sh"},
-                                         AgentCase{"codex", "Codex", "node",
-                                                   "node_modules/@openai/codex/bin/codex.js"}),
-                         [](const auto& agent) { return std::string(agent.param.executable); });
+TEST(EndToEndAgents, WorkByExecutableNameKeepsTheLaptopAwakeUntilItsQuietTimeIsOver) {
+  liveThrough("claude-code", "Claude Code", "claude", "busy.sh");
+}
+
+TEST(EndToEndAgents, WorkByScriptOfAnInterpreterKeepsTheLaptopAwakeUntilItsQuietTimeIsOver) {
+  liveThrough("codex", "Codex", "node", "node_modules/@openai/codex/bin/codex.js");
+}
 
 TEST(EndToEndLid, ClosedLidPausesWhatMayWaitAndOpeningGivesItBack) {
   Stage stage;

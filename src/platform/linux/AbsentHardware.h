@@ -41,7 +41,7 @@ class AbsentAssertions : public Assertions {
  public:
   std::vector<AssertionRecord> all() override { return {}; }
   std::uint32_t holdDisplayAwake(const std::string&) override { return 0; }
-  void release(std::uint32_t) override {}
+  bool release(std::uint32_t) override { return false; }
   Registration beginActivity(Activity, const std::string&) override { return {}; }
 };
 

@@ -15,8 +15,11 @@ std::uint32_t LaptopAssertions::holdDisplayAwake(const std::string&) {
   return next_++;
 }
 
-void LaptopAssertions::release(std::uint32_t assertion) {
-  if (held_.erase(assertion) == 1 && held_.empty()) store_.setDisplayAssertion(false);
+bool LaptopAssertions::release(std::uint32_t assertion) {
+  if (!held_.contains(assertion)) return false;
+  if (held_.size() == 1 && !store_.setDisplayAssertion(false)) return false;
+  held_.erase(assertion);
+  return true;
 }
 
 Registration LaptopAssertions::beginActivity(Activity activity, const std::string& reason) {

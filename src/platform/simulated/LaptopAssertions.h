@@ -24,7 +24,7 @@ class LaptopAssertions final : public Assertions {
 
   std::vector<AssertionRecord> all() override;
   std::uint32_t holdDisplayAwake(const std::string& name) override;  // refused as "display-assertion"
-  void release(std::uint32_t assertion) override;
+  bool release(std::uint32_t assertion) override;
   Registration beginActivity(Activity activity, const std::string& reason) override;
 
   std::vector<Begun> activities() const;  // for tests

@@ -1,0 +1,327 @@
+// The regime of the closed lid: who is slowed and paused, what is switched, and that all of it comes back.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "engine/Warnings.h"
+#include "engine/World.h"
+
+namespace tovi {
+namespace {
+
+constexpr char kNotes[] = "/Applications/Notes.app";
+constexpr char kMusic[] = "/Applications/Music.app";
+constexpr char kDocker[] = "/Applications/Docker.app";
+constexpr char kTerminal[] = "/Applications/Terminal.app";
+
+struct Desk : World {
+  Pid notes, notesHelper, music, docker, terminal, shell, claude, stranger, daemon;
+
+  explicit Desk(const std::string& settings = R"({"preset": "longest", "screenOffNoLock": true})") {
+    config(settings);
+    notes = app(kNotes, "com.example.notes", "Notes");
+    notesHelper = program(std::string(kNotes) + "/Contents/Frameworks/Helper.app/Contents/MacOS/Helper", notes);
+    music = app(kMusic, "com.spotify.client", "Music");
+    docker = app(kDocker, "com.docker.docker", "Docker Desktop");
+    terminal = app(kTerminal, "com.example.terminal", "Terminal");
+    shell = program("/bin/zsh", terminal);
+    claude = laptop.processes().add({.pid = 0,
+                                     .parent = shell,
+                                     .path = "/usr/local/bin/claude",
+                                     .arguments = {"claude"},
+                                     .workingDirectory = "/home/anna/project",
+                                     .start = {},
+                                     .watts = 2,
+                                     .cores = 0.5});
+    stranger = laptop.processes().add(
+        {.pid = 0, .parent = 1, .path = std::string(kNotes) + "/Contents/MacOS/Notes", .mine = false});
+    daemon = program("/usr/libexec/daemon");
+  }
+
+  Pid app(const std::string& path, const std::string& bundle, const std::string& name) {
+    const Pid pid = program(path + "/Contents/MacOS/" + name);
+    laptop.edit([&](LaptopReport& report) {
+      report.applications.push_back(
+          {.pid = pid, .name = name, .bundleIdentifier = bundle, .path = path, .regular = true});
+    });
+    return pid;
+  }
+
+  // "paused", "slow" or "normal".
+  std::string treatment(Pid pid) {
+    const MemoryProcess* process = laptop.processes().find(pid);
+    return process == nullptr ? "gone" : process->stopped ? "paused" : process->background ? "slow" : "normal";
+  }
+
+  void work() {
+    laptop.advance(12);
+    ASSERT_TRUE(holds(true));
+  }
+
+  // What is still changed on the laptop, in words; empty when everything is back.
+  std::string changed() {
+    std::string words;
+    for (const Pid pid : {notes, notesHelper, music, docker, terminal, shell, claude, stranger, daemon}) {
+      if (treatment(pid) != "normal") words += "process " + treatment(pid) + "; ";
+    }
+    const LaptopSwitches& switches = laptop.switches();
+    if (switches.batteryMode.at("lowpowermode") != 0) words += "low power; ";
+    if (!switches.autoBackup) words += "backups; ";
+    if (!switches.display(1).enabled) words += "screen off; ";
+    if (switches.display(1).brightness != 0.8) words += "screen dark; ";
+    if (switches.displayAssertion) words += "display held awake; ";
+    for (const char* file :
+         {"touched.json", "powermode-restore", "timemachine-restore", "brightness-restore", "display-off"}) {
+      if (state.exists(file)) words += std::string(file) + "; ";
+    }
+    return words;
+  }
+};
+
+TEST(ClosedLid, EachAppGetsWhatPresetAndRuleSay) {
+  struct Case {
+    const char* settings;
+    const char *notes, *helper, *music, *docker;
+  };
+  for (const Case& row :
+       {Case{R"({"preset": "longest"})", "paused", "paused", "normal", "slow"},
+        Case{R"({"preset": "balanced"})", "slow", "slow", "slow", "slow"},
+        Case{R"({"preset": "speed"})", "normal", "normal", "normal", "normal"},
+        Case{R"({"preset": "speed", "appRules": {"com.example.notes": "pause"}})", "paused", "paused", "normal",
+             "normal"},
+        Case{R"({"preset": "longest", "appRules": {"com.example.notes": "leave", "com.spotify.client": "slow",
+                 "com.docker.docker": "pause"}})",
+             "normal", "normal", "slow", "paused"}}) {
+    Desk desk(row.settings);
+    desk.start();
+    desk.work();
+    desk.lid(true);
+    EXPECT_EQ(desk.treatment(desk.notes), row.notes) << row.settings;
+    EXPECT_EQ(desk.treatment(desk.notesHelper), row.helper) << row.settings;
+    EXPECT_EQ(desk.treatment(desk.music), row.music) << row.settings;
+    EXPECT_EQ(desk.treatment(desk.docker), row.docker) << row.settings;
+    // The agent, its shell and the terminal they run in, another person's process, a system daemon.
+    for (const Pid pid : {desk.terminal, desk.shell, desk.claude, desk.stranger, desk.daemon}) {
+      EXPECT_EQ(desk.treatment(pid), "normal") << row.settings;
+    }
+    desk.lid(false);
+    EXPECT_EQ(desk.changed(), "") << row.settings;
+    EXPECT_TRUE(desk.holds(true)) << row.settings;
+  }
+}
+
+TEST(ClosedLid, SettingsChangedMeanwhileTakeEffectAtOnce) {
+  Desk desk;
+  desk.start();
+  desk.work();
+  desk.lid(true);
+  desk.engine().setPreset(Preset::balanced);
+  EXPECT_EQ(desk.treatment(desk.notes), "slow");
+  desk.engine().setRule(AppRule::leave, "com.example.notes");
+  EXPECT_EQ(desk.treatment(desk.notes), "normal");
+  desk.engine().setPreset(Preset::speed);
+  EXPECT_EQ(desk.treatment(desk.docker), "normal");
+  EXPECT_FALSE(desk.state.exists("powermode-restore"));
+  EXPECT_TRUE(desk.laptop.switches().autoBackup);
+}
+
+TEST(ClosedLid, AHoldsProcessAndItsTreeAreSparedButItsCompilersMayBeSlowed) {
+  Desk desk(R"({"preset": "longest", "slowBuildsWhileClosed": true})");
+  desk.start();
+  const Pid render = desk.program(std::string(kNotes) + "/Contents/MacOS/Export", desk.notes);
+  const Pid clang = desk.program("/usr/bin/clang", desk.claude);
+  desk.work();
+  desk.engine().addHold("export", {}, render, {});
+  desk.lid(true);
+  desk.laptop.advance(32);
+  EXPECT_EQ(desk.treatment(render), "normal");
+  EXPECT_EQ(desk.treatment(desk.notes), "normal");  // its launcher, and with it the whole application
+  EXPECT_EQ(desk.treatment(clang), "slow");
+}
+
+TEST(ClosedLid, LatecomersAreCaughtAndTheDeadForgottenAndTheirNumbersNeverSignalled) {
+  Desk desk;
+  desk.start();
+  desk.work();
+  desk.lid(true);
+  const Pid late = desk.program(std::string(kNotes) + "/Contents/MacOS/Late", desk.notes);
+  desk.laptop.processes().exit(desk.notesHelper);
+  desk.laptop.processes().add({.pid = desk.notesHelper, .parent = 1, .path = "/usr/bin/innocent"});
+  desk.laptop.advance(31);
+  EXPECT_EQ(desk.treatment(late), "paused");
+  EXPECT_EQ(desk.treatment(desk.notesHelper), "normal");
+  const auto journal = Journal::load(desk.state);
+  EXPECT_TRUE(std::none_of(journal.begin(), journal.end(),
+                           [&](const Touched& entry) { return entry.pid == desk.notesHelper; }));
+  desk.laptop.processes().forgetEffects();
+  desk.lid(false);
+  for (const ProcessEffect& effect : desk.laptop.processes().effects()) EXPECT_NE(effect.pid, desk.notesHelper);
+  EXPECT_EQ(desk.changed(), "");
+}
+
+TEST(ClosedLid, WithoutAJournalNothingIsTouched) {
+  Desk desk;
+  desk.start();
+  desk.work();
+  desk.laptop.files().setFull(true);
+  desk.lid(true);
+  desk.laptop.advance(62);
+  EXPECT_EQ(desk.changed(), "display held awake; ");
+  desk.laptop.files().setFull(false);
+  desk.laptop.advance(32);
+  EXPECT_EQ(desk.treatment(desk.notes), "paused");
+}
+
+TEST(ClosedLid, EveryChangeIsRecordedBeforeItIsMadeAndTheRecordGoesAfterItsUndo) {
+  Desk desk;
+  desk.start();
+  desk.work();
+  const auto from = desk.laptop.faults().operations() + 1;
+  desk.lid(true);
+  desk.lid(false);
+  const auto log = desk.laptop.faults().log(from);
+  const auto find = [&](const std::string& verb, const std::string& what, bool last) {
+    std::ptrdiff_t at = -1;
+    for (std::size_t line = 0; line < log.size(); ++line) {
+      if (!log[line].starts_with(verb) || log[line].find(what) == std::string::npos) continue;
+      at = static_cast<std::ptrdiff_t>(line);
+      if (!last) break;
+    }
+    EXPECT_GE(at, 0) << verb << " " << what;
+    return at;
+  };
+  struct Pair {
+    const char *file, *verb, *change, *undo;
+  };
+  for (const Pair& pair :
+       {Pair{"powermode-restore", "laptop", "lowpowermode 1", "lowpowermode 0"},
+        Pair{"timemachine-restore", "laptop", "tmutil disable", "tmutil enable"},
+        Pair{"brightness-restore", "laptop", "brightness 1", "brightness 1"},
+        Pair{"display-off", "laptop", "display 1 off", "display 1 on"}, Pair{"touched.json", "kill", "STOP", "CONT"}}) {
+    EXPECT_LT(find("rename", pair.file, false), find(pair.verb, pair.change, false)) << pair.file;
+    EXPECT_GT(find("remove", pair.file, true), find(pair.verb, pair.undo, true)) << pair.file;
+  }
+}
+
+TEST(ClosedLid, ARefusedUndoKeepsItsRecordAndALaterTickSucceeds) {
+  Desk desk;
+  desk.start();
+  desk.work();
+  desk.lid(true);
+  desk.refuse({"pmset -b lowpowermode 0", "tmutil enable", "display 1 on"});
+  desk.lid(false);
+  EXPECT_EQ(desk.engine().warning.get(), warnings::kBackupsStuck);
+  for (const char* file : {"powermode-restore", "timemachine-restore", "display-off"}) {
+    EXPECT_TRUE(desk.state.exists(file)) << file;
+  }
+  EXPECT_EQ(desk.treatment(desk.notes), "normal");  // each step runs whatever the one before gave
+  desk.laptop.advance(30);
+  EXPECT_TRUE(desk.state.exists("powermode-restore"));
+  desk.refuse({});
+  desk.laptop.advance(12);
+  EXPECT_EQ(desk.changed(), "");
+  EXPECT_EQ(desk.engine().warning.get(), std::nullopt);
+}
+
+TEST(ClosedLid, ARefusedChangeLeavesStateAndRecordInAgreement) {
+  Desk desk;
+  desk.start();
+  desk.work();
+  desk.refuse({"pmset -b lowpowermode 1", "tmutil disable", "display 1 off", "brightness 1"});
+  desk.lid(true);
+  const auto changed = desk.changed();
+  EXPECT_EQ(changed.find("restore"), std::string::npos) << changed;
+  EXPECT_EQ(changed.find("display-off"), std::string::npos) << changed;
+  EXPECT_EQ(changed.find("low power"), std::string::npos) << changed;
+}
+
+TEST(ClosedLid, AModeThatWasOnIsLeftOn) {
+  Desk desk;
+  desk.laptop.setSwitches([](LaptopSwitches& switches) {
+    switches.batteryMode["lowpowermode"] = 1;
+    switches.autoBackup = false;
+  });
+  desk.start();
+  desk.work();
+  desk.lid(true);
+  desk.lid(false);
+  EXPECT_EQ(desk.laptop.switches().batteryMode.at("lowpowermode"), 1);
+  EXPECT_FALSE(desk.laptop.switches().autoBackup);
+}
+
+TEST(ClosedLid, AScreenThatLocksWhenSwitchedOffIsNeverSwitchedOffAgain) {
+  Desk desk;
+  desk.start();
+  desk.work();
+  desk.lid(true);
+  EXPECT_FALSE(desk.laptop.switches().display(1).enabled);
+  desk.laptop.edit([](LaptopReport& report) { report.locked = true; });
+  desk.laptop.advance(3);
+  EXPECT_TRUE(desk.laptop.switches().display(1).enabled);
+  EXPECT_EQ(desk.laptop.switches().display(1).brightness, 0);
+  EXPECT_FALSE(desk.engine().config->screenOffNoLock);
+  EXPECT_EQ(desk.engine().warning.get(), warnings::kScreenLocks);
+}
+
+TEST(ClosedLid, LockingOnCloseNeitherDimsNorHoldsTheScreen) {
+  Desk desk(R"({"lockOnClose": true, "screenOffNoLock": true})");
+  desk.start();
+  desk.work();
+  desk.lid(true);
+  EXPECT_TRUE(desk.laptop.switches().displayAsleep);
+  EXPECT_FALSE(desk.laptop.switches().displayAssertion);
+  EXPECT_EQ(desk.laptop.switches().display(1).brightness, 0.8);
+  EXPECT_TRUE(desk.laptop.switches().display(1).enabled);
+}
+
+TEST(ClosedLid, HeatForcesTheStrictestPresetAndGivesItBack) {
+  Desk desk(R"({"preset": "speed"})");
+  desk.start();
+  desk.work();
+  desk.lid(true);
+  EXPECT_EQ(desk.treatment(desk.notes), "normal");
+  desk.heat(ThermalState::serious);
+  EXPECT_EQ(desk.treatment(desk.notes), "paused");
+  EXPECT_EQ(desk.laptop.switches().batteryMode.at("lowpowermode"), 1);
+  desk.heat(ThermalState::fair);
+  EXPECT_EQ(desk.treatment(desk.notes), "normal");
+  EXPECT_EQ(desk.laptop.switches().batteryMode.at("lowpowermode"), 0);
+}
+
+TEST(ClosedLid, TheSessionIsToldWhenTheLidOpens) {
+  Desk desk;
+  desk.start();
+  desk.work();
+  desk.lid(true);
+  desk.laptop.advance(125);
+  desk.lid(false);
+  EXPECT_EQ(desk.announced.back(), std::pair(std::string("Welcome back"), std::string("Stayed awake 2 min · used 0%")));
+  ASSERT_EQ(desk.engine().stats->sessions.size(), 1u);
+  EXPECT_EQ(desk.engine().stats->sessions[0].agent, "Claude Code");
+}
+
+// One operation of a whole session fails, each in its turn; a little later everything is back all the same.
+TEST(ClosedLid, AnyOneFailureOfASessionIsMadeGoodByLaterTicks) {
+  std::int64_t operations = 0;
+  for (std::int64_t number = 0; number <= operations; ++number) {
+    Desk desk;
+    desk.start();
+    desk.work();
+    const auto before = desk.laptop.faults().operations();
+    if (number > 0) desk.laptop.faults().failOperation(before + number);
+    desk.lid(true);
+    desk.laptop.advance(34);
+    desk.lid(false);
+    desk.laptop.advance(1);
+    if (number == 0) operations = desk.laptop.faults().operations() - before;
+    desk.laptop.advance(40);
+    ASSERT_EQ(desk.changed(), "") << "operation " << number << " failed: "
+                                  << (number > 0 ? desk.laptop.faults().log(before + number).front() : "none");
+    ASSERT_TRUE(desk.sleepOff() && desk.marker()) << number;
+  }
+  EXPECT_GT(operations, 60);
+}
+
+}  // namespace
+}  // namespace tovi
