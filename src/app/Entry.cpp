@@ -59,6 +59,7 @@ void holdTerminationBack() {
   sigemptyset(&requests);
   sigaddset(&requests, SIGTERM);
   sigaddset(&requests, SIGINT);
+  sigaddset(&requests, SIGHUP);
   sigprocmask(SIG_BLOCK, &requests, nullptr);
 }
 

@@ -136,40 +136,73 @@ int island(Context& context, const Words& words) {
 struct Row {
   std::array<std::string_view, 2> names;
   CLI::Word* run;
-  std::size_t needed = 0;       // words after it
-  const char* usage = nullptr;  // printed if there are fewer
+  std::size_t needed = 0;                        // words after it
+  std::size_t most = 0;                          // likewise, options not counted
+  std::array<std::string_view, 3> options = {};  // that take a word
+  const char* usage = nullptr;                   // printed if there are fewer
 };
+
+constexpr std::size_t kAny = 1000;
+constexpr std::string_view kFor = "--for", kReason = "--reason", kPid = "--pid";
 
 constexpr Row kRows[] = {
     {{"status"}, askRaw},
     {{"energy"}, askRaw},
     {{"measure"}, measure},
-    {{"anyway"}, anyway},
+    {{"anyway"}, anyway, 0, kAny},
     {{"off", "auto"}, modeWord},
-    {{"on", "always"}, always},
+    {{"on", "always"}, always, 0, 0, {kFor}},
     {{"sleep", "sleep_now"}, sleepNow},
     {{"watchdog"}, CLI::watchdog},
     {{"doctor"}, CLI::doctor},
     {{"rescue"}, CLI::rescue},
-    {{"hold"}, hold},
-    {{"release"}, release},
-    {{"run"}, CLI::run},
-    {{"wake-at", "wake_at"}, wakeAt, 1, "tovi wake-at HH:MM [--for 30m] | off"},
-    {{"check-in", "check_in"}, checkIn, 1, "tovi check-in 0|15|30|60"},
-    {{"preset"}, preset, 1, "tovi preset max_battery|balanced|full_speed"},
-    {{"rule"}, rule, 2, "tovi rule <app> leave|slow|pause"},
-    {{"watch"}, watch, 1, "tovi watch <app>"},
-    {{"unwatch"}, unwatch, 1, "tovi unwatch <app>"},
-    {{"set"}, set, 2, "tovi set <key> <value>"},
+    {{"hold"}, hold, 0, 0, {kFor, kReason, kPid}},
+    {{"release"}, release, 0, 1},
+    {{"run"}, CLI::run, 0, kAny},
+    {{"wake-at", "wake_at"}, wakeAt, 1, 1, {kFor}, "tovi wake-at HH:MM [--for 30m] | off"},
+    {{"check-in", "check_in"}, checkIn, 1, 1, {}, "tovi check-in 0|15|30|60"},
+    {{"preset"}, preset, 1, 1, {}, "tovi preset max_battery|balanced|full_speed"},
+    {{"rule"}, rule, 2, 2, {}, "tovi rule <app> leave|slow|pause"},
+    {{"watch"}, watch, 1, 1, {}, "tovi watch <app>"},
+    {{"unwatch"}, unwatch, 1, 1, {}, "tovi unwatch <app>"},
+    {{"set"}, set, 2, 2, {}, "tovi set <key> <value>"},
     {{"config"}, config},
     {{"settings", "schema"}, schema},
     {{"power"}, askRaw},
-    {{"open"}, open},
-    {{"snapshot"}, snapshot},
-    {{"island"}, island},
+    {{"open"}, open, 0, 1},
+    {{"snapshot"}, snapshot, 0, 2},
+    {{"island"}, island, 0, 2},
     {{"setup"}, CLI::setup},
     {{"uninstall"}, CLI::uninstall},
 };
+
+// "--for=2h" as "--for 2h".
+Words spelledOut(const Words& words, const Row& row) {
+  Words plain;
+  for (const std::string& word : words) {
+    const auto equals = word.find('=');
+    const bool joined = equals != std::string::npos &&
+                        std::ranges::find(row.options, std::string_view{word}.substr(0, equals)) != row.options.end();
+    plain.push_back(joined ? word.substr(0, equals) : word);
+    if (joined) plain.push_back(word.substr(equals + 1));
+  }
+  return plain;
+}
+
+// The first word that the row has no use for. To pass over one would turn "hold 90m" into a hold without end.
+std::optional<std::string> leftOver(const Words& words, const Row& row) {
+  std::size_t plain = 0;
+  for (std::size_t at = 1; at < words.size(); ++at) {
+    const std::string& word = words[at];
+    if (row.most == kAny || word == "--json") continue;
+    if (!word.empty() && std::ranges::find(row.options, word) != row.options.end()) {
+      ++at;  // and its value
+    } else if (word.starts_with("--") || ++plain > row.most) {
+      return word;
+    }
+  }
+  return std::nullopt;
+}
 
 struct TextRow {
   std::string_view word;
@@ -206,8 +239,17 @@ int CLI::main(const Words& words, const Ground& ground) {
     return kUsageError;
   }
   if (word == "power" && words.size() > 1 && words[1] == "test") return unknown(ground.output, "power test");
+  const Words plain = spelledOut(words, *row);
+  if (row->most != kAny && (has(plain, "-h") || has(plain, "--help"))) {
+    ground.output.print(CLITexts::kUsage);
+    return 0;
+  }
+  if (const auto extra = leftOver(plain, *row)) {
+    ground.output.line(fmt::format("tovi: '{}' doesn't go with {} (tovi help shows what does)", *extra, word));
+    return kUsageError;
+  }
   Context context(ground);
-  return row->run(context, words);
+  return row->run(context, plain);
 }
 
 }  // namespace tovi

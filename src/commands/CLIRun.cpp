@@ -17,6 +17,7 @@ namespace {
 constexpr int kCannotStart = 127;
 
 struct Order {
+  bool understood = true;
   std::optional<std::string> reason;
   CLI::Words command;
 };
@@ -28,7 +29,13 @@ Order parse(const CLI::Words& words) {
   while (at < words.size() && words[at].starts_with('-')) {
     const std::string& word = words[at++];
     if (word == "--") break;
-    if (word == "--reason" && at < words.size()) order.reason = words[at++];
+    if (word == "--reason" && at < words.size()) {
+      order.reason = words[at++];
+    } else if (word.starts_with("--reason=")) {
+      order.reason = word.substr(word.find('=') + 1);
+    } else {
+      order.understood = false;
+    }
   }
   order.command.assign(words.begin() + static_cast<std::ptrdiff_t>(at), words.end());
   return order;
@@ -66,8 +73,8 @@ void release(const CLI::Context& context, const nlohmann::json& reply) {
 }  // namespace
 
 int CLI::run(Context& context, const Words& words) {
-  const auto [given, command] = parse(words);
-  if (command.empty()) {
+  const auto [understood, given, command] = parse(words);
+  if (!understood || command.empty()) {
     context.output.line("tovi run [--reason text] -- <command> [args…]");
     return 2;
   }

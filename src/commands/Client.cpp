@@ -62,7 +62,9 @@ std::optional<nlohmann::json> Client::attempt(const std::string& command, const 
 nlohmann::json Client::send(const std::string& command, const nlohmann::json& args, Seconds timeout) const {
   if (auto reply = attempt(command, args, timeout)) return *reply;
   if (!Peers::applicationRuns(machine_, state_)) {
-    machine_.commands.run("/usr/bin/open", {"-g", "-b", "com.norvane.Tovi"});
+    // Of several clients that find nobody one starts the application, and the others wait for it too.
+    const auto starting = machine_.files.tryLock(state_.path("start.lock"));
+    if (starting) machine_.commands.run("/usr/bin/open", {"-g", "-b", "com.norvane.Tovi"});
     const Seconds deadline = machine_.clock.sinceBoot() + kStartTakes;
     while (!Peers::applicationRuns(machine_, state_) && machine_.clock.sinceBoot() < deadline) sleep_(kLongestPause);
     if (auto reply = attempt(command, args, timeout)) return *reply;

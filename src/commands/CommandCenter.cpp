@@ -6,6 +6,7 @@
 #include "commands/CommandCall.h"
 #include "commands/Wire.h"
 #include "core/Json.h"
+#include "core/Log.h"
 #include "engine/Engine.h"
 #include "platform/Broadcast.h"
 
@@ -55,6 +56,9 @@ void CommandCall::fail(std::string_view error) const { reply(Wire::failure(error
 CommandCenter::CommandCenter(Engine& engine, StatusController& ui)
     : engine_(engine), ui_(ui), alive_(std::make_shared<const bool>(true)) {
   requests_ = engine.machine().broadcast.listen([this](const std::string& text) { receive(text); });
+  if (!requests_) {
+    logLine("Tovi: the command line can't reach it, because the folder of its request socket can't be used");
+  }
 }
 
 void CommandCenter::receive(const std::string& text) {

@@ -215,6 +215,7 @@ void Engine::restoreApps() {
   if (!touched->empty()) {
     touched = Journal::undo(machine_, touched);
     Journal::save(machine_, state_, touched);
+    if (touched->empty()) machine_.processes.restoreInheritedPriority();
   } else if (state_.exists("touched.json")) {
     Journal::save(machine_, state_, touched);
   }

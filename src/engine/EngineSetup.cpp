@@ -32,7 +32,8 @@ void Engine::runSetup(std::function<void()> then) {
   });
 }
 
-// A hold may have begun or ended while the set-up proved its permission by the sleep switch.
+// The sleep switch can disagree with us: a hold began or ended while set-up proved its permission by it, or a rescue
+// took this process for dead while it was only stopped.
 void Engine::settleSwitch() {
   if (!setupReady) return;
   const bool off = Registry::sleepDisabled(machine_) == true;

@@ -35,6 +35,7 @@ void Engine::tick() {
   if (!(lidClosed && holding) && !measuring && every(5)) repairClosedState();
   if (!lidClosed && every(2)) repairScreen();
   if (holding) state_.touch(state_.path("hold"));
+  if (holding && every(5)) settleSwitch();
   if (ticks % 150 == 3) checkWatchdog();
   if (pendingRelease) retryRelease();
   if (every(5)) reloadConfigIfEdited();

@@ -51,6 +51,10 @@ class Processes {
   virtual bool resume(Pid pid, Microseconds start) = 0;
   virtual bool setBackgroundPriority(Pid pid, Microseconds start) = 0;
   virtual bool setNormalPriority(Pid pid, Microseconds start) = 0;
+
+  // A process started by one at background priority may have inherited it, and then stands in nobody's list. Gives
+  // normal priority back to all such; for when nothing is to be slowed any more.
+  virtual void restoreInheritedPriority() = 0;
 };
 
 }  // namespace tovi

@@ -9,6 +9,7 @@
 #include "observe/Sensors.h"
 #include "observe/SystemSwitches.h"
 #include "platform/Machine.h"
+#include "platform/Processes.h"
 #include "safety/Heartbeat.h"
 #include "safety/Journal.h"
 
@@ -37,6 +38,7 @@ std::string Watchdog::run(const Machine& machine, const StateFiles& state, bool 
   Journal::undoLegacyFiles(machine, state);
   const auto left = Journal::undo(machine, Journal::load(state));
   Journal::save(machine, state, left);
+  if (left.empty()) machine.processes.restoreInheritedPriority();
 
   const bool screenOn = DisplayPower::restoreBuiltIn(machine, state);
   Brightness::restore(machine, state);

@@ -160,6 +160,17 @@ TEST(ClosedLid, LatecomersAreCaughtAndTheDeadForgottenAndTheirNumbersNeverSignal
   EXPECT_EQ(desk.changed(), "");
 }
 
+TEST(ClosedLid, WhatASlowedAppStartedMeanwhileIsFreedWithIt) {
+  Desk desk(R"({"preset": "balanced"})");
+  desk.start();
+  desk.work();
+  desk.lid(true);
+  const Pid tool = desk.program("/usr/bin/rsync", desk.notes);
+  EXPECT_EQ(desk.treatment(tool), "slow");  // inherited, and in no journal
+  desk.lid(false);
+  EXPECT_EQ(desk.treatment(tool), "normal");
+}
+
 TEST(ClosedLid, WithoutAJournalNothingIsTouched) {
   Desk desk;
   desk.start();

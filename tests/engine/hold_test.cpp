@@ -220,6 +220,14 @@ TEST_F(HoldTest, TheChargerComingOrGoingSwitchesSleepOffOnceMore) {
   EXPECT_EQ(engine().warning.get(), std::optional<std::string>(warnings::kPowerChange));
 }
 
+TEST_F(HoldTest, ASwitchThatSomebodyTurnedBackIsSetRight) {
+  start();
+  engine().addHold("training", {}, {}, {});
+  laptop.setSwitches([](LaptopSwitches& switches) { switches.sleepDisabled = false; });
+  laptop.advance(10);
+  EXPECT_TRUE(holds(true));
+}
+
 TEST_F(HoldTest, APassiveEngineChangesNothing) {
   agent();
   laptop.advance(60);

@@ -106,6 +106,40 @@ class Threads : public ::testing::Test {
   int ask_ = -1, hear_ = -1;
 };
 
+// Children inherit their parent's processors, and nobody has written them down.
+TEST(InheritedPriority, ChildrenOfASlowedProcessAreFreedToo) {
+  if (fullCpuSet().count() < 2) GTEST_SKIP() << "one processor: nothing to confine to";
+  int ask[2], hear[2];
+  ASSERT_EQ(::pipe2(ask, O_CLOEXEC) + ::pipe2(hear, O_CLOEXEC), 0);
+  const Child parent([&] {
+    std::thread([&] {
+      char one = 0;
+      if (::read(ask[0], &one, 1) != 1) return;
+      const Pid child = ::fork();
+      if (child == 0) {
+        while (true) ::pause();
+      }
+      [[maybe_unused]] const auto told = ::write(hear[1], &child, sizeof child);
+    }).detach();
+  });
+  TemporaryFolder state;
+  BootAnchor anchor{state.path()};
+  LinuxProcesses processes{"/proc", anchor};
+  const std::string everywhere = allowedList(parent.pid(), parent.pid());
+  const Microseconds start = processes.startTime(parent.pid()).value();
+  ASSERT_TRUE(processes.setBackgroundPriority(parent.pid(), start));
+  ASSERT_EQ(::write(ask[1], "x", 1), 1);
+  Pid child = 0;
+  ASSERT_EQ(::read(hear[0], &child, sizeof child), static_cast<ssize_t>(sizeof child));
+  EXPECT_NE(allowedList(child, child), everywhere);
+  EXPECT_TRUE(processes.setNormalPriority(parent.pid(), start));
+  EXPECT_NE(allowedList(child, child), everywhere) << "then nothing more would be needed";
+  processes.restoreInheritedPriority();
+  EXPECT_EQ(allowedList(child, child), everywhere);
+  EXPECT_NE(ioClass(child), IOPRIO_CLASS_IDLE);
+  ::kill(child, SIGKILL);
+}
+
 TEST_F(Threads, EveryThreadIsConfinedAndWidenedAgainAndNobodysOwnChoiceIsLost) {
   const std::string everywhere = allowed(main_);
   const std::string first = allowed(pinned_);

@@ -19,8 +19,12 @@ constexpr int kMostRounds = 16;  // a process that makes threads faster than we 
 
 long ioPriority(Pid thread) { return ::syscall(SYS_ioprio_get, IOPRIO_WHO_PROCESS, thread); }
 
-bool setIoClass(Pid thread, int ioClass) {
-  return ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, thread, IOPRIO_PRIO_VALUE(ioClass, 0)) == 0;
+// The idle class knows no levels, so the level is free to be a mark of ours: ionice gives that class another one.
+constexpr int kMarkedIdle = IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, 3);
+constexpr int kNoPriority = IOPRIO_PRIO_VALUE(IOPRIO_CLASS_NONE, 0);
+
+bool setIoPriority(Pid thread, int priority) {
+  return ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, thread, priority) == 0;
 }
 
 // Whether nobody chose an I/O priority for the thread: newer kernels tell of none, older ones of the level that
@@ -74,23 +78,25 @@ bool BackgroundPriority::confine(Pid pid, const SameProcess& same) const {
     // The processors come first and go last: by them the thread is known as ours if we break off between.
     if (!slow.applyTo(thread)) return outcome(false);
     if (!hasDefaultIoPriority(thread)) return Done::yes;
-    setIoClass(thread, IOPRIO_CLASS_IDLE);  // where it is forbidden, fewer processors are slow enough
+    setIoPriority(thread, kMarkedIdle);  // where it is forbidden, fewer processors are slow enough
     return Done::yes;
   });
 }
 
 bool BackgroundPriority::release(Pid pid, const SameProcess& same) const {
-  const CpuSet slow = slowCpuSet(fullCpuSet(), devices_);
+  const CpuSet full = fullCpuSet();
+  const CpuSet slow = slowCpuSet(full, devices_);
   return overThreads(procRoot_, pid, same, [&](Pid thread) {
     const auto allowed = CpuSet::ofThread(thread);
     if (!allowed) return Done::gone;
-    if (!(*allowed == slow)) return Done::yes;
-    const long priority = ioPriority(thread);
-    if (priority >= 0 && IOPRIO_PRIO_CLASS(priority) == IOPRIO_CLASS_IDLE && !setIoClass(thread, IOPRIO_CLASS_NONE)) {
-      return outcome(false);
-    }
-    return outcome(CpuSet::every().applyTo(thread));
+    const bool marked = ioPriority(thread) == kMarkedIdle;
+    // Which processors are the slow ones can have changed since, as some went off.
+    const bool ours = *allowed == slow || (marked && (*allowed & full) == *allowed && !(*allowed == full));
+    if (marked && !setIoPriority(thread, kNoPriority)) return outcome(false);
+    return ours ? outcome(CpuSet::every().applyTo(thread)) : Done::yes;
   });
 }
+
+bool BackgroundPriority::isMarked(Pid pid) const { return ioPriority(pid) == kMarkedIdle; }
 
 }  // namespace tovi

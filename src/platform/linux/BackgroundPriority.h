@@ -20,8 +20,11 @@ class BackgroundPriority {
   // False if it isn't the same process or the system refused it for a thread.
   bool confine(Pid pid, const SameProcess& same) const;
 
-  // Takes that back for the threads that have exactly the slow processors.
+  // Takes that back for the threads that have exactly the slow processors, or bear our mark and lack some.
   bool release(Pid pid, const SameProcess& same) const;
+
+  // Whether the first thread bears our mark: it was confined, or inherited that from the process that started it.
+  bool isMarked(Pid pid) const;
 
  private:
   std::string procRoot_;

@@ -142,12 +142,15 @@ EventLoop::~EventLoop() {
   posted_.reset();
   terminate_.reset();
   interrupt_.reset();
+  hangUp_.reset();
   if (signalsTaken_) {
     // A second request during the shutdown has been granted already.
     sigset_t ours;
     sigemptyset(&ours);
     sigaddset(&ours, SIGTERM);
     sigaddset(&ours, SIGINT);
+  sigaddset(&ours, SIGHUP);  // the terminal went away; one that "nohup" has ignored never comes
+    sigaddset(&ours, SIGHUP);
     const timespec atOnce{};
     while (sigtimedwait(&ours, nullptr, &atOnce) > 0) {
     }
@@ -241,6 +244,7 @@ void EventLoop::takeSignals() {
   sd_event_source* added = nullptr;
   if (sd_event_add_signal(event(), &added, SIGTERM, stopIt, this) >= 0) terminate_.reset(added);
   if (sd_event_add_signal(event(), &added, SIGINT, stopIt, this) >= 0) interrupt_.reset(added);
+  if (sd_event_add_signal(event(), &added, SIGHUP, stopIt, this) >= 0) hangUp_.reset(added);
 }
 
 void EventLoop::run() {

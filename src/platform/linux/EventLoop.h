@@ -55,7 +55,7 @@ class EventLoop : public MainQueue {
 
   sd_event* event_ = nullptr;
   EventSource posted_;  // there exactly while `tasks_` has something
-  EventSource terminate_, interrupt_;
+  EventSource terminate_, interrupt_, hangUp_;
   std::deque<Task> tasks_;
   std::unique_ptr<LeafWork> leafWork_;
   bool stopped_ = false;

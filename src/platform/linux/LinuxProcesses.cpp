@@ -145,4 +145,11 @@ bool LinuxProcesses::setNormalPriority(Pid pid, Microseconds start) {
   return mayTouch(pid) && priority_.release(pid, [&] { return startTime(pid) == start; });
 }
 
+void LinuxProcesses::restoreInheritedPriority() {
+  for (const Pid pid : allPids()) {
+    if (!priority_.isMarked(pid)) continue;
+    if (const auto start = startTime(pid)) setNormalPriority(pid, *start);
+  }
+}
+
 }  // namespace tovi

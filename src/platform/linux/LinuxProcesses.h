@@ -46,6 +46,7 @@ class LinuxProcesses : public Processes {
   bool resume(Pid pid, Microseconds start) override;
   bool setBackgroundPriority(Pid pid, Microseconds start) override;
   bool setNormalPriority(Pid pid, Microseconds start) override;
+  void restoreInheritedPriority() override;
 
  private:
   std::optional<ProcStat> stat(Pid pid) const;

@@ -139,9 +139,19 @@ Pid MemoryProcesses::add(MemoryProcess process) {
   row.facts = std::move(process);
   row.since = clock_.awake();
   row.generation = ++lastGeneration_;
+  if (const auto parent = rows_.find(row.facts.parent); parent != rows_.end() && parent->second.facts.background) {
+    row.inherited = row.facts.background = true;
+  }
   rows_.emplace(pid, std::move(row));
   tableStale_ = true;
   return pid;
+}
+
+void MemoryProcesses::restoreInheritedPriority() {
+  for (auto& [pid, row] : rows_) {
+    if (!row.inherited || !row.facts.background || !row.facts.mine) continue;
+    setNormalPriority(pid, *row.facts.start);
+  }
 }
 
 void MemoryProcesses::exit(Pid pid) {

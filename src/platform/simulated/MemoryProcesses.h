@@ -62,9 +62,10 @@ class MemoryProcesses final : public Processes {
   bool resume(Pid pid, Microseconds start) override;
   bool setBackgroundPriority(Pid pid, Microseconds start) override;
   bool setNormalPriority(Pid pid, Microseconds start) override;
+  void restoreInheritedPriority() override;
 
-  // What the world does. A pid that is taken is replaced by the new process, which is how one is reused; no two
-  // processes of one pid get the same start time unless it was given.
+  // What the world does. A process inherits its parent's priority. A pid that is taken is replaced by the new process,
+  // which is how one is reused; no two processes of one pid get the same start time unless it was given.
   Pid add(MemoryProcess process);
   void exit(Pid pid);  // its children become process 1's
   void exec(Pid pid, const std::string& path, std::vector<std::string> arguments = {});
@@ -89,6 +90,7 @@ class MemoryProcesses final : public Processes {
     double joules = 0, cpuSeconds = 0;  // up to `since`
     double since = 0;                   // on the clock's scale of being awake
     std::uint64_t generation = 0;
+    bool inherited = false;  // background priority, from the process that started it
   };
 
   MemoryClock& clock_;
