@@ -41,6 +41,26 @@ class CommandLine : public testing::Test, protected World {
   }
 };
 
+// "hold 90m" must not become a hold without end, nor "uninstall --help" a removal.
+TEST_F(CommandLine, WordsThatDoNotBelongAreRefusedAndNothingIsSent) {
+  startApp();
+  const auto before = laptop.broadcast().posted().size();
+  for (const CLI::Words& words : {CLI::Words{"hold", "90m"}, CLI::Words{"hold", "--until", "noon"},
+                                  CLI::Words{"on", "2h"}, CLI::Words{"off", "now"}, CLI::Words{"sleep", "1"},
+                                  CLI::Words{"release", "a", "b"}, CLI::Words{"preset", "balanced", "now"}}) {
+    EXPECT_EQ(run(words), 2) << words[0];
+    EXPECT_EQ(output.out, "tovi: '" + words[words[0] == "preset" || words[0] == "release" ? 2 : 1] +
+                              "' doesn't go with " + words[0] + " (tovi help shows what does)\n");
+  }
+  for (const char* word : {"hold", "sleep", "uninstall", "rescue"}) {
+    EXPECT_EQ(run({word, "--help"}), 0) << word;
+    EXPECT_EQ(output.out, CLITexts::kUsage) << word;
+  }
+  EXPECT_EQ(laptop.broadcast().posted().size(), before);
+  EXPECT_EQ(run({"hold", "--for=90m", "--reason=tests"}), 0);
+  EXPECT_EQ(sent(), R"(hold {"minutes":90.0,"reason":"tests"})");
+}
+
 TEST_F(CommandLine, HelpAndMistakesNeedNoMachine) {
   const CLI::Ground nothing{
       .machine = []() -> const Machine& { throw "no machine is needed for this"; }, .sleep = nullptr, .output = output};

@@ -15,7 +15,7 @@ unsigned modeOf(const fs::path& path) {
 }
 
 TEST(EndToEndProcess, TerminationGivesEverythingBack) {
-  for (const int signal : {SIGTERM, SIGINT}) {
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
     Stage stage;
     Process app = stage.startApp();
     ASSERT_EQ(stage.tovi({"hold"}).status, 0);

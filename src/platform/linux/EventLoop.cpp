@@ -149,7 +149,7 @@ EventLoop::~EventLoop() {
     sigemptyset(&ours);
     sigaddset(&ours, SIGTERM);
     sigaddset(&ours, SIGINT);
-  sigaddset(&ours, SIGHUP);  // the terminal went away; one that "nohup" has ignored never comes
+    sigaddset(&ours, SIGHUP);  // the terminal went away; one that "nohup" has ignored never comes
     sigaddset(&ours, SIGHUP);
     const timespec atOnce{};
     while (sigtimedwait(&ours, nullptr, &atOnce) > 0) {
@@ -253,8 +253,8 @@ void EventLoop::run() {
   while (!stopped_ && sd_event_run(event_, UINT64_MAX) >= 0) {
   }
   stopped_ = false;
-  // Leaf work that is under way uses parts of the machine that don't outlive the loop's turn by much.
-  leafWork_.reset();
 }
+
+void EventLoop::finishLeafWork() { leafWork_.reset(); }
 
 }  // namespace tovi

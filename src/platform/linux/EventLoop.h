@@ -44,6 +44,10 @@ class EventLoop : public MainQueue {
   // For the other classes that wait on the loop; made at the first use, null if the system refuses.
   sd_event* event();
 
+  // Waits for work that is still under way off the main thread. A machine calls it before its parts go, which that
+  // work uses.
+  void finishLeafWork();
+
  private:
   struct Timer;
   struct LeafWork;

@@ -28,6 +28,7 @@ struct LinuxOptions {
 class LinuxMachine {
  public:
   explicit LinuxMachine(Surroundings surroundings, LinuxOptions options = {});
+  ~LinuxMachine() { loop_.finishLeafWork(); }
   LinuxMachine(const LinuxMachine&) = delete;
   LinuxMachine& operator=(const LinuxMachine&) = delete;
 

@@ -156,6 +156,7 @@ Broadcast::Sent SocketBroadcast::post(std::string_view text) {
 
 Registration SocketBroadcast::listen(std::function<void(std::string)> call) {
   if (loop_.event() == nullptr) return {};
+  if (runtimeFolder_) ::mkdir(runtimeFolder_->c_str(), 0700);
   ::mkdir(folder().c_str(), 0700);
   const auto ear = std::make_shared<Ear>();
   ear->folder = ownFolder(folder());

@@ -22,6 +22,7 @@ class FolderLaptop {
  public:
   // `surroundings` as on the real machine; the folders of sudo rules and of tools are moved into the laptop's.
   FolderLaptop(std::string folder, Surroundings surroundings, LinuxOptions options = {});
+  ~FolderLaptop() { loop_.finishLeafWork(); }
   FolderLaptop(const FolderLaptop&) = delete;
   FolderLaptop& operator=(const FolderLaptop&) = delete;
 

@@ -39,7 +39,7 @@ std::int64_t wallNanoseconds() {
 }
 
 FileDescriptor openFile(const std::string& path, int flags) {
-  return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC, 0644));
+  return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0644));
 }
 
 // Waits for its turn.
@@ -107,6 +107,7 @@ void FolderStore::make() {
     refresh();
   }
   if (!files_.exists(file(kFollowed))) replaceFile(kFollowed, jsonOf(followedBy(*report_)));
+  for (const char* log : {"commands.log", "notices.log"}) openFile(file(log), O_WRONLY | O_CREAT | O_APPEND);
 }
 
 std::optional<std::string> FolderStore::readIfChanged(const char* name, Stamp& stamp) const {
@@ -146,7 +147,8 @@ void FolderStore::refresh() {
 void FolderStore::take(LaptopSwitches switches) {
   if (telemetry_.started() && switches != *switches_) account();
   // Counted at each step, so that a sleep which another step ends at once is still told.
-  if (switches.asleep && lastAsleep_ == false) ++fallsAsleep_;
+  if (switches.sleeps > 0 || (switches.asleep && lastAsleep_ == false)) ++fallsAsleep_;
+  switches.sleeps = 0;
   lastAsleep_ = switches.asleep;
   switches_ = std::make_shared<LaptopSwitches>(std::move(switches));
 }

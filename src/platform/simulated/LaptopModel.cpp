@@ -83,7 +83,10 @@ CommandResult planWake(Scene& scene) {
 }
 
 CommandResult sleepNow(Scene& scene) {
-  if (!scene.switches.sleepDisabled) scene.switches.asleep = true;
+  if (!scene.switches.sleepDisabled) {
+    scene.switches.asleep = true;
+    ++scene.switches.sleeps;
+  }
   return done("Sleeping now...\n");
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <concepts>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -34,6 +35,13 @@ bool take(const Json& value, double& field) {
 
 template <std::integral Integer>
 bool take(const Json& value, Integer& field) {
+  if (value.is_number_float()) {  // 14.0 is 14
+    const double number = value.get<double>();
+    if (!(std::abs(number) < 9e15) || number != std::floor(number)) return false;
+    const auto whole = static_cast<std::int64_t>(number);
+    if (std::in_range<Integer>(whole)) field = static_cast<Integer>(whole);
+    return std::in_range<Integer>(whole);
+  }
   if (!value.is_number_integer()) return false;
   const bool fits = value.is_number_unsigned() ? std::in_range<Integer>(value.get<std::uint64_t>())
                                                : std::in_range<Integer>(value.get<std::int64_t>());

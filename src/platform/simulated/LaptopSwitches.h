@@ -31,6 +31,10 @@ struct LaptopSwitches {
   bool watchdogLoaded = false;
   std::optional<double> nextWake;  // seconds since 1970
 
+  // Sleeps begun since the last one was told: a laptop that has slept and was opened can be sent to sleep again
+  // without a wake having been reported. Not part of the file.
+  int sleeps = 0;
+
   friend bool operator==(const LaptopSwitches&, const LaptopSwitches&) = default;
 
   DisplaySwitch display(std::uint32_t id) const;

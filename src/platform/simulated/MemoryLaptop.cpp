@@ -60,7 +60,8 @@ class MemoryLaptop::Store final : public LaptopStore {
     if (telemetry_.started()) account();
     follow(report, followed_, switches);
     for (const LaptopEvent event : eventsBetween(*report_, report)) signals_.raise(event);
-    if (switches.asleep && !switches_->asleep) signals_.raise(LaptopEvent::willSleep);
+    if (switches.sleeps > 0 || (switches.asleep && !switches_->asleep)) signals_.raise(LaptopEvent::willSleep);
+    switches.sleeps = 0;
     report_ = std::make_shared<LaptopReport>(report);
     switches_ = std::make_shared<LaptopSwitches>(std::move(switches));
   }
