@@ -42,8 +42,8 @@ void Engine::readBattery() {
     systemWatts = reading->usableWatts();
   }
 
+  const bool write = ticks % kTicksBetweenWrites == 0 && !previewOnly_;
   if (const auto& watts = systemWatts.get(); watts && *watts > kLeastWatts) {
-    const bool write = ticks % kTicksBetweenWrites == 0 && !previewOnly_;
     if (!lidClosed) {
       openDraw = smoothed(openDraw, *watts, kOpenShare);
       if (write) machine_.defaults.set("openDraw", *openDraw.get());
@@ -57,7 +57,7 @@ void Engine::readBattery() {
     const double estimate = reading->watts * *reading->minutesLeft / 60 / (reading->percent / 100.0);
     if (estimate > 20.0 && estimate < 140.0) {
       fullWh = kCapacityShare * estimate + (1 - kCapacityShare) * fullWh;
-      if (!previewOnly_) machine_.defaults.set("fullWh", fullWh.get());
+      if (write) machine_.defaults.set("fullWh", fullWh.get());
     }
   }
 }

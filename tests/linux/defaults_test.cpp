@@ -37,6 +37,15 @@ TEST_F(RealDefaults, ValuesSurviveAndEveryProcessSeesTheLatest) {
   EXPECT_EQ(other.flag("launchedBefore"), true);
 }
 
+TEST_F(RealDefaults, AValueThatStandsAlreadyIsNotWrittenAgain) {
+  defaults.set("openDraw", 1.0);
+  const auto before = files.status(path)->inode;
+  defaults.set("openDraw", 1.0);
+  EXPECT_EQ(files.status(path)->inode, before);
+  defaults.set("openDraw", true);
+  EXPECT_NE(files.status(path)->inode, before) << "another type is another value";
+}
+
 TEST_F(RealDefaults, AValueOfAnotherTypeIsAbsentAndUnknownKeysAreKept) {
   put(path, R"({"n": 1, "b": true, "o": {"x": 1, "y": "z"}, "a": ["s", 2], "t": "text", "later": {"deep": [1]}})");
   EXPECT_EQ(defaults.number("b"), std::nullopt);

@@ -69,6 +69,8 @@ std::optional<std::vector<std::string>> JsonDefaults::strings(const std::string&
 
 template <typename Value>
 void JsonDefaults::put(const std::string& key, const Value& value) {
+  // Writing what stands there would wake the disk for nothing.
+  if (const json* standing = find(key); standing != nullptr && *standing == json(value)) return;
   // A file that is there but can't be read must not be replaced by one with a single key.
   if (files_.exists(path_) && !files_.read(path_)) return;
   json changed = current();
