@@ -326,12 +326,12 @@ TEST_F(AgentWatcherTest, FollowsLinksOutOfTheTranscripts) {
   auto& files = laptop.files();
   const std::string home = laptop.surroundings().home;
   run("/usr/bin/gemini");
-  files.put(home + "/work/notes.txt", "");
+  files.put(home + "/projects/notes.txt", "");
   files.put(home + "/.gemini/tmp/log", "");
   files.link(home + "/work", home + "/.gemini/tmp/work");
   look();
   laptop.advance(5);
-  files.put(home + "/work/notes.txt", "more");
+  files.put(home + "/projects/notes.txt", "more");
   lookAfter(5);
   EXPECT_FALSE(active("gemini"));
 }
@@ -366,7 +366,7 @@ TEST_F(AgentWatcherTest, WalksThroughTranscriptsWithoutEnd) {
 TEST_F(AgentWatcherTest, ShowsAFolderThatIsNoProject) {
   const std::string home = laptop.surroundings().home;
   const std::vector<std::pair<std::string, std::optional<std::string>>> cases{
-      {home + "/work/shop", "shop"},
+      {home + "/projects/shop", "shop"},
       {home, "~"},
       {"/", std::nullopt},
       {"", std::nullopt},
