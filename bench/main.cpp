@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,7 @@
 #include "engine/Engine.h"
 #include "observe/AgentWatcher.h"
 #include "platform/linux/LinuxMachine.h"
+#include "platform/simulated/FolderLaptop.h"
 #include "platform/simulated/MemoryLaptop.h"
 #include "safety/Setup.h"
 
@@ -105,50 +107,105 @@ class Stage {
   fs::path root_;
 };
 
-// Processor time of one look for agents, and of one ps over the same processes.
+Surroundings surroundings(const Stage& stage) {
+  Surroundings result;
+  result.home = stage.home();
+  result.stateFolder = stage.home() + "/Library/Application Support/Tovi";
+  result.temporaryFolder = (stage.root() / "tmp").string();
+  result.uid = ::getuid();
+  return result;
+}
+
+// Processor time of one ps, in seconds; nothing where there is none.
+std::optional<double> psSeconds() {
+  const double seconds = medianOf(9, [] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return run({"ps", "-eo", "pid,ppid,lstart,args"}, {"PATH=/usr/bin:/bin"}).cpuSeconds;
+  });
+  if (seconds <= 0) return std::nullopt;
+  return seconds;
+}
+
+// Mean processor time of one call, in seconds. Not in one go: in life, other work has had the caches in the meantime.
+double meanCpuSeconds(int times, const std::function<void()>& call) {
+  double spent = 0;
+  for (int i = 0; i < times; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const double before = ownCpuSeconds();
+    call();
+    spent += ownCpuSeconds() - before;
+  }
+  return spent / times;
+}
+
+// A row for work over so many processes, as a ratio to one ps over the same.
+void compareWithPs(Table& table, const std::string& name, std::size_t processes, double goal,
+                   const std::function<void()>& call) {
+  const auto what = fmt::format("{} over {} processes / one ps", name, processes);
+  for (int i = 0; i < 24 && !aboutSoMany(processes); ++i) std::this_thread::sleep_for(std::chrono::seconds(5));
+  if (!aboutSoMany(processes)) return table.addMissing(what, fmt::format("{} processes run", processCount()));
+  for (int i = 0; i < 2 * kTurns; ++i) call();
+  const double once = meanCpuSeconds(4 * kTurns, call);
+  const auto ps = psSeconds();
+  if (!ps) return table.addMissing(what, "ps doesn't run here");
+  say(fmt::format("  {}: {:.2f} ms, one ps {:.1f} ms, {} processes", name, once * 1e3, *ps * 1e3, processCount()));
+  table.add(what, once / *ps, "", goal, 3);
+}
+
+// One look for agents.
 class AgentSample {
  public:
   explicit AgentSample(const Stage& stage)
       : machine_(surroundings(stage)), view_(machine_.machine()), watcher_(view_) {}
 
   void measure(Table& table, std::size_t processes, double goal) {
-    const auto what = fmt::format("agent sample over {} processes / one ps", processes);
-    if (!aboutSoMany(processes)) return table.addMissing(what, fmt::format("{} processes run", processCount()));
-    constexpr int kSamples = 4 * kTurns;
-    for (int i = 0; i < 2 * kTurns; ++i) look();
-    double spent = 0;
-    for (int i = 0; i < kSamples; ++i) {
-      // Not in one go: in life, other work has had the caches in the meantime.
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      const double before = ownCpuSeconds();
-      look();
-      spent += ownCpuSeconds() - before;
-    }
-    const double sample = spent / kSamples;
-    const double ps = medianOf(9, [] {
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      return run({"ps", "-eo", "pid,ppid,lstart,args"}, {"PATH=/usr/bin:/bin"}).cpuSeconds;
-    });
-    if (ps <= 0) return table.addMissing(what, "ps doesn't run here");
-    say(fmt::format("  one sample {:.2f} ms, one ps {:.1f} ms, {} processes", sample * 1e3, ps * 1e3, processCount()));
-    table.add(what, sample / ps, "", goal, 3);
+    compareWithPs(table, "agent sample", processes, goal, [&] { watcher_.sample({}, true, {}); });
   }
 
  private:
-  static Surroundings surroundings(const Stage& stage) {
-    Surroundings result;
-    result.home = stage.home();
-    result.stateFolder = stage.home() + "/Library/Application Support/Tovi";
-    result.temporaryFolder = (stage.root() / "tmp").string();
-    result.uid = ::getuid();
-    return result;
-  }
-
-  void look() { watcher_.sample({}, true, {}); }
-
   LinuxMachine machine_;
   Machine view_;
   AgentWatcher watcher_;
+};
+
+// One pass over all processes with the lid closed, as it comes every thirty seconds: half of the applications are
+// paused already, half of them slowed.
+class ClosedPass {
+ public:
+  static constexpr int kApplications = 20;
+
+  ClosedPass() : laptop_((stage_.root() / "laptop").string(), surroundings(stage_)) {
+    for (int i = 0; i < kApplications; ++i) {
+      const fs::path bundle = fs::path(stage_.home()) / "Applications" / fmt::format("App{}.app", i);
+      const fs::path program = bundle / "Contents/MacOS/App";
+      fs::create_directories(program.parent_path());
+      fs::copy_file("/bin/sleep", program);
+      // What has no identifier is slowed, not paused.
+      if (i % 2 == 0) {
+        std::ofstream(bundle / "Contents/Info.plist")
+            << "<plist><dict><key>CFBundleIdentifier</key><string>com.example.app" << i << "</string></dict></plist>";
+      }
+      apps_.push_back(std::make_unique<Resident>(std::vector<std::string>{program.string(), "3600"}, Environment{}));
+    }
+    engine_.emplace(laptop_.machine(), false);
+    Config config = engine_->config;
+    config.preset = Preset::longest;
+    engine_->apply(std::move(config), true);
+  }
+  ~ClosedPass() { engine_->restoreApps(); }
+
+  void measure(Table& table, std::size_t processes, double goal) {
+    compareWithPs(table, "closed-lid pass", processes, goal, [&] { engine_->applyClosedTargets({}, {}); });
+    if (engine_->touched->size() != kApplications) {
+      table.addMissing("closed-lid pass", fmt::format("{} applications were touched", engine_->touched->size()));
+    }
+  }
+
+ private:
+  Stage stage_;
+  FolderLaptop laptop_;
+  std::vector<std::unique_ptr<Resident>> apps_;
+  std::optional<Engine> engine_;
 };
 
 bool answers(const Stage& stage) {
@@ -223,6 +280,7 @@ int measureAll(bool quick) {
     say(fmt::format("Letting {} processes grow old (a minute)", kFew));
     std::this_thread::sleep_for(kOld);
     sample.measure(table, kFew, 0.15);
+    ClosedPass().measure(table, kFew, 0.5);
 
     const auto span = quick ? std::chrono::seconds(30) : std::chrono::seconds(300);
     say(fmt::format("Watching the idle application ({} s)", span.count()));
@@ -250,6 +308,7 @@ int measureAll(bool quick) {
       say(fmt::format("Letting {} processes grow old (a minute)", kMany));
       std::this_thread::sleep_for(kOld);
       sample.measure(table, kMany, 0.10);
+      ClosedPass().measure(table, kMany, 0.5);
     }
   }
   say("Living virtual days");

@@ -247,13 +247,23 @@ Json Stage::ask(const std::string& command, const Json& arguments, std::chrono::
   return reply;
 }
 
-Process Stage::startBusy(const std::string& name, const std::string& script) {
+std::vector<std::string> Stage::busyWords(const std::string& name, const std::string& script) {
   const auto executable = root_ / "bin" / name;
   if (!fs::exists(executable)) fs::copy_file(fs::canonical("/bin/sh"), executable);
   const auto path = root_ / script;
   fs::create_directories(path.parent_path());
   writeFile(path, "while :; do i=0; while [ $i -lt 20000 ]; do i=$((i + 1)); done; sleep 0.2; done\n");
-  return start(executable.string(), {path.string()});
+  return {executable.string(), path.string()};
+}
+
+Process Stage::startBusy(const std::string& name, const std::string& script) {
+  const auto words = busyWords(name, script);
+  return start(words[0], {words[1]});
+}
+
+std::string Stage::customAgentCommand() {
+  const auto words = busyWords(customName(), "busy.sh");
+  return "\"" + words[0] + "\" \"" + words[1] + "\"";
 }
 
 Process Stage::startIdle() { return start("/bin/sleep", {"600"}); }

@@ -95,12 +95,14 @@ class Stage {
   // The same as an agent of this stage alone, called "Tester". Configure the stage with customAgent() for it.
   Process startCustomAgent() { return startBusy(customName()); }
   Json customAgent() const { return {{{"name", "Tester"}, {"executables", {customName()}}}}; }
+  std::string customAgentCommand();  // the same as one line for a shell
   Process startIdle();
 
   Process start(const std::string& program, const std::vector<std::string>& arguments, const std::string& outFile = "",
                 const std::string& errFile = "");
 
  private:
+  std::vector<std::string> busyWords(const std::string& name, const std::string& script);
   std::string customName() const { return root_.filename().string(); }
 
   std::filesystem::path root_;

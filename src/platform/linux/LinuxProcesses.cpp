@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 
 #include "platform/Utf8.h"
@@ -118,6 +119,21 @@ Microseconds LinuxProcesses::now() { return anchor_.now(); }
 
 bool LinuxProcesses::mayTouch(Pid pid) { return pid >= 2 && pid != self(); }
 
+bool LinuxProcesses::mayBurden(Pid pid) {
+  if (!mayTouch(pid)) return false;
+  // The kernel refuses what isn't ours, except to the superuser.
+  if (::geteuid() != 0) return true;
+  std::array<char, 4096> room;
+  const auto facts = readSystemFile(AT_FDCWD, fmt::format("{}/{}/status", procRoot_, pid).c_str(), room);
+  constexpr std::string_view kUser = "\nUid:\t";
+  const auto at = facts ? facts->find(kUser) : std::string_view::npos;
+  if (at == std::string_view::npos) return false;
+  const std::string_view digits = facts->substr(at + kUser.size());
+  uid_t user = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), user);
+  return error == std::errc{} && user == ::getuid();
+}
+
 bool LinuxProcesses::signal(Pid pid, Microseconds start, int number) {
   if (!mayTouch(pid)) return false;
   // Opened before the check: from here on the descriptor means the process whose identity is checked, even if
@@ -133,12 +149,12 @@ bool LinuxProcesses::signal(Pid pid, Microseconds start, int number) {
   return ::kill(pid, number) == 0;
 }
 
-bool LinuxProcesses::pause(Pid pid, Microseconds start) { return signal(pid, start, SIGSTOP); }
+bool LinuxProcesses::pause(Pid pid, Microseconds start) { return mayBurden(pid) && signal(pid, start, SIGSTOP); }
 
 bool LinuxProcesses::resume(Pid pid, Microseconds start) { return signal(pid, start, SIGCONT); }
 
 bool LinuxProcesses::setBackgroundPriority(Pid pid, Microseconds start) {
-  return mayTouch(pid) && priority_.confine(pid, [&] { return startTime(pid) == start; });
+  return mayBurden(pid) && priority_.confine(pid, [&] { return startTime(pid) == start; });
 }
 
 bool LinuxProcesses::setNormalPriority(Pid pid, Microseconds start) {

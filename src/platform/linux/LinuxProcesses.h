@@ -53,6 +53,7 @@ class LinuxProcesses : public Processes {
   std::optional<std::string> link(Pid pid, const char* name) const;
   bool signal(Pid pid, Microseconds start, int number);
   bool mayTouch(Pid pid);
+  bool mayBurden(Pid pid);  // it is also the person's own
 
   std::string procRoot_;
   BootAnchor& anchor_;
