@@ -15,6 +15,7 @@
 #include "commands/CLI.h"
 #include "commands/Output.h"
 #include "platform/MainQueue.h"
+#include "platform/linux/EventLoop.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/simulated/FolderLaptop.h"
 
@@ -59,7 +60,7 @@ void holdTerminationBack() {
   sigemptyset(&requests);
   sigaddset(&requests, SIGTERM);
   sigaddset(&requests, SIGINT);
-  sigaddset(&requests, SIGHUP);
+  if (hangUpCounts()) sigaddset(&requests, SIGHUP);
   sigprocmask(SIG_BLOCK, &requests, nullptr);
 }
 

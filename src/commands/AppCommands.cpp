@@ -92,10 +92,12 @@ void handlers::watch(const Arguments& args, const CommandCall& call) {
 void handlers::agent(const Arguments& args, const CommandCall& call) {
   const auto name = args.text("name");
   const auto executable = args.text("executable");
-  if (!name || name->empty() || !executable || executable->empty()) return call.fail("needs name and executable");
+  const bool remove = args.flag("remove").value_or(false);
+  const bool empty = !name || !executable || (!remove && (name->empty() || executable->empty()));
+  if (empty) return call.fail("needs name and executable");
   Config next = call.engine.config;
   std::erase_if(next.customAgents, [&](const CustomAgent& agent) { return agent.name == *name; });
-  if (!args.flag("remove").value_or(false)) {
+  if (!remove) {
     next.customAgents.push_back({*name, {*executable}, args.number("idle_watts", kMostIdleWatts)});
   }
   call.engine.apply(std::move(next), true);

@@ -45,18 +45,18 @@ std::optional<FoundApp> resolveApp(const Machine& machine, std::string_view type
     return FoundApp{shownName(workspace, *path), text, *path};
   }
   const auto running = workspace.runningApplications();
+  const std::string folded = text::folded(text);
   for (const RunningApplication& app : running) {
-    if (app.path && text::equalIgnoringCase(app.name, text)) return found(app);
+    if (app.path && text::folded(app.name) == folded) return found(app);
   }
   for (const std::string& folder : {std::string{"/Applications"}, std::string{"/System/Applications"},
                                     machine.surroundings.home + "/Applications"}) {
     const std::string path = fmt::format("{}/{}{}", folder, text, kSuffix);
     if (machine.files.exists(path)) return FoundApp{text, identifierOf(workspace, path), path};
   }
-  const std::string part = text::lowercased(text);
   const RunningApplication* only = nullptr;
   for (const RunningApplication& app : running) {
-    if (!app.regular || text::lowercased(app.name).find(part) == std::string::npos) continue;
+    if (!app.regular || text::folded(app.name).find(folded) == std::string::npos) continue;
     if (only != nullptr) return std::nullopt;
     only = &app;
   }

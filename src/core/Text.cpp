@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
+#include <clocale>
+#include <cwchar>
+#include <cwctype>
 
 namespace tovi::text {
 
@@ -34,6 +38,32 @@ std::string lowercased(std::string_view text) {
 
 bool equalIgnoringCase(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return lower(x) == lower(y); });
+}
+
+std::string folded(std::string_view text) {
+  const bool plain = std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  static const locale_t unicode = plain ? nullptr : ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  if (plain || unicode == nullptr) return lowercased(text);
+  const locale_t before = ::uselocale(unicode);
+  std::string result;
+  std::mbstate_t reading{}, writing{};
+  while (!text.empty()) {
+    wchar_t character = 0;
+    const std::size_t length = std::mbrtowc(&character, text.data(), text.size(), &reading);
+    if (length == 0 || length > text.size()) {  // a zero, or no character
+      result += text.front();
+      text.remove_prefix(1);
+      reading = {};
+      continue;
+    }
+    char bytes[MB_LEN_MAX];
+    const std::size_t written =
+        std::wcrtomb(bytes, static_cast<wchar_t>(std::towlower(static_cast<wint_t>(character))), &writing);
+    result.append(bytes, written);
+    text.remove_prefix(length);
+  }
+  ::uselocale(before);
+  return result;
 }
 
 std::vector<std::string_view> pieces(std::string_view text, std::string_view separators) {

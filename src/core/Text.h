@@ -13,9 +13,12 @@ namespace tovi::text {
 // The first `count` characters (code points; a byte that belongs to none counts as one).
 std::string firstCharacters(std::string_view text, std::size_t count);
 
-std::string_view trimmed(std::string_view text);  // without white space at both ends
-std::string lowercased(std::string_view text);    // ASCII letters only
-bool equalIgnoringCase(std::string_view a, std::string_view b);
+std::string_view trimmed(std::string_view text);                 // without white space at both ends
+std::string lowercased(std::string_view text);                   // ASCII letters only
+bool equalIgnoringCase(std::string_view a, std::string_view b);  // likewise
+
+// Fit for comparing what people read without regard to case, in any script; bytes that aren't UTF-8 stay as they are.
+std::string folded(std::string_view text);
 
 // The pieces between any of `separators`, empty ones left out.
 std::vector<std::string_view> pieces(std::string_view text, std::string_view separators);

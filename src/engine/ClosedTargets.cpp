@@ -79,7 +79,10 @@ ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
   std::erase_if(regular, [](const RunningApplication& app) { return !app.regular; });
   std::set<std::string, std::less<>> regularPaths;
   for (RunningApplication& app : regular) {
-    if (!app.path) continue;
+    if (!app.path || !app.path->ends_with(".app")) {
+      app.path.reset();
+      continue;
+    }
     app.path = machine_.files.resolve(*app.path).value_or(*app.path);
     regularPaths.insert(*app.path);
   }
@@ -87,6 +90,7 @@ ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
   background = preset == Preset::speed ? BackgroundWork::Found{} : BackgroundWork::scan(machine_, table);
   const BackgroundWork::Found& found = background;
 
+  const std::string ownApp{bundlePathOf(machine_.surroundings.executable)};
   std::map<std::string, AppRule, std::less<>> ruleByPath;
   if (!skip.contains("apps")) {
     for (const RunningApplication& app : regular) {
@@ -94,7 +98,7 @@ ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
       if (found.agentUsesXcode && (bundle == kXcode || bundle == kSimulator)) continue;
       if (found.testsRunning && bundle == kSimulator) continue;
       if (!app.path || app.pid == self || bundle == kClaudeDesktop || bundle == kOwnBundle) continue;
-      if (shieldedApps.contains(*app.path) || isSystemPart(*app.path)) continue;
+      if (*app.path == ownApp || shieldedApps.contains(*app.path) || isSystemPart(*app.path)) continue;
       AppRule chosen = rule(app.bundleIdentifier, preset);
       if (chosen == AppRule::leave) continue;
       // What looks like a service of an agent is not frozen unless the person said so.
@@ -119,8 +123,8 @@ ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
   for (const ProcessEntry& entry : table.entries()) {
     if (!entry.path || !touchable(entry.pid)) continue;
     const bool isShielded = shielded.contains(entry.pid);
-    if (!ruleByPath.empty() && !isShielded) {
-      const auto app = ruleByPath.find(bundlePathOf(*entry.path));
+    if (const auto bundle = bundlePathOf(*entry.path); !bundle.empty() && !isShielded) {
+      const auto app = ruleByPath.find(bundle);
       if (app != ruleByPath.end()) add(entry.pid, app->second, app->first);
     }
     // The one case in which a protected process is touched, and never more than slowed.
@@ -143,7 +147,8 @@ ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
     for (const auto& [pid, name] : found.audio) {
       const auto path = machine_.processes.path(pid);
       if (!path || AppUsage::isSystemPath(*path)) continue;
-      if (regularPaths.contains(bundlePathOf(*path))) continue;  // it follows its own rule
+      if (const auto app = bundlePathOf(*path); !app.empty() && regularPaths.contains(app))
+        continue;  // it follows its own rule
       pause(pid);
     }
   }
@@ -152,6 +157,9 @@ ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
 
 void Engine::applyClosedTargets(std::optional<Preset> preset, const Skip& skip) {
   if (previewOnly_) return;
+  // Somebody else put everything back, for this process looked dead: nothing is touched any more.
+  if (!touched->empty() && !state_.exists("touched.json")) touched = std::vector<Touched>{};
+  const bool anySlowed = std::ranges::any_of(*touched, [](const Touched& entry) { return !entry.paused; });
   const ClosedTargets targets = closedTargets(preset.value_or(heatForced ? Preset::longest : config->preset), skip);
 
   std::vector<Touched> staying;
@@ -166,8 +174,15 @@ void Engine::applyClosedTargets(std::optional<Preset> preset, const Skip& skip) 
   for (const Touched& entry : staying) {
     if (!entry.paused) machine_.processes.setBackgroundPriority(entry.pid, entry.start);
   }
+  std::vector<Touched> left = Journal::undo(machine_, stale);
+  if (anySlowed) {
+    // What a slowed process started is slow too, and may be one that nobody may touch. Freed before the process is
+    // forgotten, by which it would be found again.
+    std::unordered_set<Pid> slowed;
+    for (const Touched& entry : staying) slowed.insert(entry.pid);
+    machine_.processes.restoreInheritedPriority(slowed);
+  }
   if (!stale.empty()) {
-    const auto left = Journal::undo(machine_, stale);
     staying.insert(staying.end(), left.begin(), left.end());
     touched = staying;
     Journal::save(machine_, state_, touched);
@@ -197,14 +212,18 @@ void Engine::applyClosedTargets(std::optional<Preset> preset, const Skip& skip) 
   const Pid self = machine_.processes.self();
   std::vector<Touched> kept = staying;
   for (const Touched& entry : fresh) {
-    const bool done = entry.pid >= 2 && entry.pid != self && machine_.processes.path(entry.pid) == entry.path &&
-                      (entry.paused ? machine_.processes.pause(entry.pid, entry.start)
-                                    : machine_.processes.setBackgroundPriority(entry.pid, entry.start));
-    if (done) {
+    const auto stillThat = [&] { return machine_.processes.path(entry.pid) == entry.path; };
+    if (entry.pid < 2 || entry.pid == self || !stillThat()) continue;
+    const bool done = entry.paused ? machine_.processes.pause(entry.pid, entry.start)
+                                   : machine_.processes.setBackgroundPriority(entry.pid, entry.start);
+    if (done && stillThat()) {
       kept.push_back(entry);
-    } else if (!entry.paused) {
-      machine_.processes.setNormalPriority(entry.pid, entry.start);  // it may have been slowed in part
+      continue;
     }
+    // Slowed in part, or another program since: by its path it would never be found again.
+    const bool undone = entry.paused ? !done || machine_.processes.resume(entry.pid, entry.start)
+                                     : machine_.processes.setNormalPriority(entry.pid, entry.start);
+    if (!undone && machine_.processes.startTime(entry.pid) == entry.start) kept.push_back(entry);
   }
   if (kept.size() == all.size()) return;
   touched = kept;
@@ -212,12 +231,12 @@ void Engine::applyClosedTargets(std::optional<Preset> preset, const Skip& skip) 
 }
 
 void Engine::restoreApps() {
-  if (!touched->empty()) {
-    touched = Journal::undo(machine_, touched);
-    Journal::save(machine_, state_, touched);
-    if (touched->empty()) machine_.processes.restoreInheritedPriority();
-  } else if (state_.exists("touched.json")) {
-    Journal::save(machine_, state_, touched);
+  if (previewOnly_) return;
+  const bool recorded = state_.exists("touched.json");
+  if (recorded || !touched->empty()) {
+    const std::vector<Touched> before = touched->empty() ? Journal::load(state_) : *touched;
+    touched = Journal::undoAll(machine_, before);
+    if (!recorded || *touched != before || touched->empty()) Journal::save(machine_, state_, touched);
   }
   if (touched->empty()) targeted.clear();
   liveSavingW = 0;

@@ -238,7 +238,7 @@ bool Engine::warningStillTrue() const {
   if (*text == warnings::kReleasePending) return pendingRelease;
   if (*text == warnings::kPowerChange) return holding && Registry::sleepDisabled(machine_) != true;
   if (*text == warnings::kHoldRefused) return holdFailedAt.has_value();
-  if (*text == warnings::kDisplayStuck) return state_.exists("display-off");
+  if (*text == warnings::kDisplayStuck) return state_.exists("display-off") && !screenOff;
   if (*text == warnings::kBackupsStuck) return TimeMachine::paused(state_) && !(lidClosed && holding);
   return false;
 }

@@ -58,6 +58,7 @@ void Engine::enterClosed() {
   if (previewOnly_) return;
 
   if (config->lockOnClose) {
+    holdDisplayAwake(false);  // one that couldn't be given up last time
     shell().run("/usr/bin/pmset", {"displaysleepnow"});
   } else {
     holdDisplayAwake(true);
@@ -127,8 +128,8 @@ void Engine::switchScreenOff() {
   if (previewOnly_) return;
   const bool wasLocked = DisplayPower::sessionLocked(machine_);
   screenOff = DisplayPower::turnOffBuiltIn(machine_, state_);
+  const int switched = ++screenSwitches_;  // also ends what an earlier switch-off still wanted to look at
   if (!screenOff || wasLocked) return;
-  const int switched = ++screenSwitches_;
   for (const double seconds : kLockChecks) {
     delayed_.after(Seconds{seconds}, [this, switched] {
       if (switched != screenSwitches_) return;  // that closing is over

@@ -52,9 +52,8 @@ void Engine::restoreRuntime() {
 
 void Engine::recoverFromCrash() {
   Journal::undoLegacyFiles(machine_, state_);
-  touched = Journal::undo(machine_, Journal::load(state_));
+  touched = Journal::undoAll(machine_, Journal::load(state_));
   Journal::save(machine_, state_, touched);
-  if (touched->empty()) machine_.processes.restoreInheritedPriority();
   restorePowerMode();
   TimeMachine::resume(machine_, state_);
   DisplayPower::restoreBuiltIn(machine_, state_);

@@ -36,10 +36,14 @@ void Engine::runSetup(std::function<void()> then) {
 // took this process for dead while it was only stopped.
 void Engine::settleSwitch() {
   if (!setupReady) return;
-  const bool off = Registry::sleepDisabled(machine_) == true;
-  if (holding && !off) {
-    if (!switchSleepOff()) raiseWarning(warnings::kHoldRefused);
-  } else if (!holding && off && !state_.exists("hold")) {
+  const auto off = Registry::sleepDisabled(machine_);
+  if (holding && off == false) {
+    if (switchSleepOff()) {
+      clearWarning(warnings::kHoldRefused);
+    } else {
+      raiseWarning(warnings::kHoldRefused);
+    }
+  } else if (!holding && off == true && !state_.exists("hold")) {
     switchSleepOn();
   }
 }

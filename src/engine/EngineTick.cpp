@@ -87,11 +87,11 @@ void Engine::repairClosedState() {
   if (!touched->empty() || state_.exists("touched.json")) restoreApps();
   holdDisplayAwake(false);
   if (lowPowerSet()) restorePowerMode();
-  if (TimeMachine::paused(state_)) TimeMachine::resume(machine_, state_);
+  if (!TimeMachine::resume(machine_, state_)) raiseWarning(warnings::kBackupsStuck);
 }
 
 void Engine::repairScreen() {
-  if (state_.exists("display-off")) DisplayPower::restoreBuiltIn(machine_, state_);
+  if (!DisplayPower::restoreBuiltIn(machine_, state_)) raiseWarning(warnings::kDisplayStuck);
   if (state_.exists("brightness-restore")) Brightness::restore(machine_, state_);
 }
 

@@ -113,8 +113,8 @@ bool AgentWatcher::State::toolRunning(const Look& look, const AgentCandidates::C
     if (pid == agent.pid || candidates.isAgent(pid, agent.kind->id)) return false;
     const auto start = startOf(look, pid);
     // Asked afresh at a hit: in the picture a command that has ended may stand a while.
-    return start && *start > *agentStart + kToolAfterAgent && *start < look.mark &&
-           look.mark - *start < kToolAtMost && machine.processes.startTime(pid) == start;
+    return start && *start > *agentStart + kToolAfterAgent && *start < look.mark && look.mark - *start < kToolAtMost &&
+           machine.processes.startTime(pid) == start;
   });
 }
 

@@ -83,6 +83,13 @@ bool DisplayPower::restoreBuiltIn(const Machine& machine, const StateFiles& stat
 
 bool DisplayPower::sessionLocked(const Machine& machine) { return machine.displays.sessionLocked(); }
 
+std::optional<float> Brightness::get(const Machine& machine) {
+  const auto display = builtIn(machine);
+  const auto value = display ? machine.displays.brightness(*display) : std::nullopt;
+  if (!value || !(*value >= 0)) return std::nullopt;
+  return value;
+}
+
 void Brightness::dimForClosedLid(const Machine& machine, const StateFiles& state) {
   const auto display = builtIn(machine);
   if (!display || !machine.displays.canSetBrightness()) return;
@@ -92,8 +99,8 @@ void Brightness::dimForClosedLid(const Machine& machine, const StateFiles& state
     machine.displays.setBrightness(*display, 0);
     return;
   }
-  const auto brightness = machine.displays.brightness(*display);
-  if (!brightness || !(*brightness >= 0)) return;
+  const auto brightness = get(machine);
+  if (!brightness) return;
   const bool recorded = state.writeDurably(fmt::format("{}", *brightness), path);
   if (!recorded || machine.displays.setBrightness(*display, 0) != kDone) state.remove(path);
 }
@@ -109,6 +116,8 @@ void Brightness::restore(const Machine& machine, const StateFiles& state) {
     state.remove(state.path(kBrightnessRestore));
   }
 }
+
+std::optional<int> LockSetting::gracePeriod(const Machine& machine) { return machine.displays.passwordDelay(); }
 
 bool externalDisplayConnected(const Machine& machine) {
   return std::ranges::any_of(machine.displays.online(), [](const Display& display) { return !display.builtIn; });

@@ -18,9 +18,15 @@ bool sessionLocked(const Machine& machine);
 }  // namespace DisplayPower
 
 namespace Brightness {
+std::optional<float> get(const Machine& machine);  // of the built-in panel, 0.0 to 1.0
 void dimForClosedLid(const Machine& machine, const StateFiles& state);
 void restore(const Machine& machine, const StateFiles& state);
 }  // namespace Brightness
+
+namespace LockSetting {
+// Seconds after which a dark screen asks for a password; absent if nobody can say.
+std::optional<int> gracePeriod(const Machine& machine);
+}  // namespace LockSetting
 
 // Whether a screen that isn't built in is connected.
 bool externalDisplayConnected(const Machine& machine);

@@ -29,10 +29,11 @@ struct Description {
 };
 
 Description describe(const Machine& machine, const std::string& id) {
-  if (!id.starts_with('/') || !id.ends_with(".app")) return {id, std::nullopt};  // a tool may be called x.app
+  if (!id.ends_with(".app")) return {id, std::nullopt};
   const std::string file = id.substr(id.rfind('/') + 1);
   const std::string name = file.substr(0, file.rfind('.'));
-  const auto bundle = machine.workspace.bundle(id);
+  // A tool may be called x.app, and has no path here.
+  const auto bundle = id.starts_with('/') ? machine.workspace.bundle(id) : std::nullopt;
   if (!bundle) return {name, std::nullopt};
   return {bundle->displayName ? *bundle->displayName : bundle->name.value_or(name), bundle->identifier};
 }

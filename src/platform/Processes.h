@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/ProcessTable.h"
@@ -53,8 +54,8 @@ class Processes {
   virtual bool setNormalPriority(Pid pid, Microseconds start) = 0;
 
   // A process started by one at background priority may have inherited it, and then stands in nobody's list. Gives
-  // normal priority back to all such; for when nothing is to be slowed any more.
-  virtual void restoreInheritedPriority() = 0;
+  // normal priority back to all such but the `listed`.
+  virtual void restoreInheritedPriority(const std::unordered_set<Pid>& listed) = 0;
 };
 
 }  // namespace tovi

@@ -106,6 +106,14 @@ std::vector<Touched> Journal::undo(const Machine& machine, const std::vector<Tou
   return inForce;
 }
 
+std::vector<Touched> Journal::undoAll(const Machine& machine, const std::vector<Touched>& list) {
+  if (list.empty()) return {};
+  auto left = undo(machine, list);
+  // Before the list is forgotten: what is slow by inheritance is known by nothing else.
+  machine.processes.restoreInheritedPriority({});
+  return left;
+}
+
 void Journal::undoLegacyFiles(const Machine& machine, const StateFiles& state) {
   undoLegacyFile(machine, state, "paused", /*paused=*/true);
   undoLegacyFile(machine, state, "slowed", /*paused=*/false);

@@ -36,6 +36,9 @@ bool save(const Machine& machine, const StateFiles& state, const std::vector<Tou
 // Tries to put back every entry; returns those that are still in force, in their order.
 std::vector<Touched> undo(const Machine& machine, const std::vector<Touched>& list);
 
+// The same where the list is all that is in force: what is slow only because a slowed process started it goes back too.
+std::vector<Touched> undoAll(const Machine& machine, const std::vector<Touched>& list);
+
 // Puts back what the files of an older form name, and deletes them.
 void undoLegacyFiles(const Machine& machine, const StateFiles& state);
 

@@ -36,9 +36,8 @@ std::string Watchdog::run(const Machine& machine, const StateFiles& state, bool 
   if (!force && Heartbeat::appIsAlive(machine, state)) return "alive";
 
   Journal::undoLegacyFiles(machine, state);
-  const auto left = Journal::undo(machine, Journal::load(state));
+  const auto left = Journal::undoAll(machine, Journal::load(state));
   Journal::save(machine, state, left);
-  if (left.empty()) machine.processes.restoreInheritedPriority();
 
   const bool screenOn = DisplayPower::restoreBuiltIn(machine, state);
   Brightness::restore(machine, state);

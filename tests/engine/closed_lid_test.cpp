@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "engine/Warnings.h"
 #include "engine/World.h"
@@ -169,6 +170,119 @@ TEST(ClosedLid, WhatASlowedAppStartedMeanwhileIsFreedWithIt) {
   EXPECT_EQ(desk.treatment(tool), "slow");  // inherited, and in no journal
   desk.lid(false);
   EXPECT_EQ(desk.treatment(tool), "normal");
+}
+
+TEST(ClosedLid, WhatASlowedToolLeftBehindIsFreedThoughTheToolHasGone) {
+  Desk desk(R"({"preset": "speed", "slowBuildsWhileClosed": true})");
+  desk.start();
+  const Pid make = desk.program("/usr/bin/make", desk.claude);
+  desk.work();
+  desk.lid(true);
+  ASSERT_EQ(desk.treatment(make), "slow");
+  const Pid server = desk.program("/usr/bin/buildserver", make);
+  const Pid other = desk.program("/usr/bin/make", desk.claude);
+  desk.laptop.processes().exec(other, "/usr/bin/make");
+  ASSERT_EQ(desk.treatment(server), "slow");
+  desk.laptop.processes().exit(make);
+  desk.laptop.advance(31);
+  EXPECT_EQ(desk.treatment(server), "normal") << "nobody may touch it, and the lid is closed for hours";
+  EXPECT_EQ(desk.treatment(other), "slow");
+  const Pid late = desk.program("/usr/bin/buildserver", other);
+  desk.laptop.processes().exec(other, "/usr/bin/other");
+  desk.lid(false);
+  EXPECT_EQ(desk.treatment(late), "normal");
+}
+
+TEST(ClosedLid, AnApplicationThatSomebodyElseFreedIsTakenAnewAndRecordedFirst) {
+  Desk desk;
+  desk.start();
+  desk.work();
+  desk.lid(true);
+  // A rescue that took this process for dead.
+  Journal::undo(desk.laptop.machine(), Journal::load(desk.state));
+  desk.state.remove(desk.state.path("touched.json"));
+  desk.laptop.advance(31);
+  EXPECT_EQ(desk.treatment(desk.notes), "paused");
+  EXPECT_EQ(desk.treatment(desk.docker), "slow");
+  EXPECT_EQ(Journal::load(desk.state).size(), 3u);
+  desk.lid(false);
+  EXPECT_EQ(desk.changed(), "");
+}
+
+TEST(ClosedLid, ClassesOfWorkAreKnownByWhatTheyAre) {
+  struct Case {
+    const char* what;
+    const char* path;
+    const char* bundle;  // of a regular application; null: a bare process
+    const char* settings;
+    const char* treatment;
+  };
+  for (const Case& row : {
+           Case{"an ordinary system application", "/System/Applications/Notes.app", "com.apple.notes", "{}", "paused"},
+           Case{"an application on the sealed volume", "/x/Cryptexes/App/System/Applications/Any.app", "com.x", "{}",
+                "paused"},
+           Case{"a part of the system", "/System/Library/CoreServices/Finder.app", "com.apple.finder", "{}", "normal"},
+           Case{"another part", "/Library/Apple/Any.app", "com.apple.any", "{}", "normal"},
+           Case{"the Claude app", "/Applications/Claude.app", "com.anthropic.claudefordesktop", "{}", "normal"},
+           Case{"Tovi", "/Applications/Tovi.app", "com.norvane.Tovi", "{}", "normal"},
+           Case{"a service by its name", "/Applications/Postgres.app", "com.example.db", "{}", "slow"},
+           Case{"a service that the person pauses", "/Applications/Postgres.app", "com.example.db",
+                R"({"appRules": {"com.example.db": "pause"}})", "paused"},
+           Case{"a preview host", "/x/previewsd", nullptr, "{}", "paused"},
+           Case{"a preview host left alone", "/x/previewsd", nullptr, R"({"pauseSimulators": false})", "normal"},
+           Case{"a simulator", "/x/launchd_sim", nullptr, R"({"shutDownSimulators": false})", "paused"},
+           Case{"a simulator that is shut down", "/x/launchd_sim", nullptr, R"({"shutDownSimulators": true})",
+                "normal"},
+           Case{"a music daemon", "/opt/player", nullptr, "{}", "paused"},
+           Case{"a music daemon left alone", "/opt/player", nullptr, R"({"pauseBackgroundAudio": false})", "normal"},
+           Case{"a sound of the system", "/usr/libexec/player", nullptr, "{}", "normal"},
+       }) {
+    Desk desk(row.settings);
+    const std::filesystem::path path = row.path;
+    const Pid pid = row.bundle ? desk.app(path, row.bundle, path.stem()) : desk.program(path);
+    if (path.filename() == "player") {
+      AssertionRecord sound;
+      sound.pid = pid;
+      sound.resourcesUsed = {"audio-out-1"};
+      desk.laptop.edit([&](LaptopReport& report) { report.assertions.push_back(sound); });
+    }
+    desk.start().setPreset(Preset::longest);
+    desk.work();
+    desk.lid(true);
+    EXPECT_EQ(desk.treatment(pid), row.treatment) << row.what;
+    EXPECT_EQ(desk.treatment(desk.daemon), "normal") << row.what;
+    desk.lid(false);
+    EXPECT_EQ(desk.treatment(pid), "normal") << row.what;
+  }
+}
+
+TEST(ClosedLid, ATestRunAndAnAgentInTheIdeKeepTheirSimulators) {
+  for (const char* at : {"/x/xcodebuild", "/x/MyTests-Runner", "/x/Developer/usr/bin/mcpbridge"}) {
+    Desk desk(R"({"preset": "longest", "shutDownSimulators": false})");
+    const Pid simulator = desk.app("/Applications/Simulator.app", "com.apple.iphonesimulator", "Simulator");
+    const Pid ide = desk.app("/Applications/Xcode.app", "com.apple.dt.Xcode", "Xcode");
+    const Pid device = desk.program("/x/launchd_sim");
+    desk.program(at);
+    desk.start();
+    desk.work();
+    desk.lid(true);
+    EXPECT_EQ(desk.treatment(simulator), "normal") << at;
+    EXPECT_EQ(desk.treatment(device), "normal") << at;
+    EXPECT_EQ(desk.treatment(ide), std::string(at).ends_with("mcpbridge") ? "normal" : "slow") << at;
+  }
+}
+
+TEST(ClosedLid, SimulatorsAreShutDownUnlessSomethingRunsInThem) {
+  for (const bool tested : {false, true}) {
+    Desk desk(R"({"preset": "longest", "shutDownSimulators": true})");
+    desk.program("/x/launchd_sim");
+    if (tested) desk.program("/x/xctest");
+    desk.start();
+    desk.work();
+    desk.lid(true);
+    desk.laptop.settle();
+    EXPECT_EQ(desk.laptop.commandCount("/usr/bin/xcrun simctl shutdown all"), tested ? 0u : 1u);
+  }
 }
 
 TEST(ClosedLid, WithoutAJournalNothingIsTouched) {

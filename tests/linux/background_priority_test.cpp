@@ -134,7 +134,7 @@ TEST(InheritedPriority, ChildrenOfASlowedProcessAreFreedToo) {
   EXPECT_NE(allowedList(child, child), everywhere);
   EXPECT_TRUE(processes.setNormalPriority(parent.pid(), start));
   EXPECT_NE(allowedList(child, child), everywhere) << "then nothing more would be needed";
-  processes.restoreInheritedPriority();
+  processes.restoreInheritedPriority({});
   EXPECT_EQ(allowedList(child, child), everywhere);
   EXPECT_NE(ioClass(child), IOPRIO_CLASS_IDLE);
   ::kill(child, SIGKILL);
@@ -211,7 +211,7 @@ TEST(BackgroundPriority, ThreadsThatVanishOrNeverWereAreNoRefusal) {
   // A thread list that names one that doesn't exist, as one that ended since the listing.
   const TemporaryFolder proc;
   std::filesystem::create_directories(proc / "5/task/2147483646");
-  const BackgroundPriority priority{proc.path()};
+  BackgroundPriority priority{proc.path()};
   EXPECT_TRUE(priority.confine(5, [] { return true; }));
   EXPECT_TRUE(priority.release(5, [] { return true; }));
   EXPECT_FALSE(priority.confine(6, [] { return true; })) << "no such process";

@@ -34,7 +34,7 @@ class FleetingProcesses final : public Processes {
   bool resume(Pid pid, Microseconds) override { return vanish(pid); }
   bool setBackgroundPriority(Pid pid, Microseconds) override { return vanish(pid); }
   bool setNormalPriority(Pid pid, Microseconds) override { return vanish(pid); }
-  void restoreInheritedPriority() override {}
+  void restoreInheritedPriority(const std::unordered_set<Pid>&) override {}
 
  private:
   MemoryProcesses& real_;

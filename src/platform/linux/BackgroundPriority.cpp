@@ -15,7 +15,8 @@
 namespace tovi {
 namespace {
 
-constexpr int kMostRounds = 16;  // a process that makes threads faster than we list them has its way
+constexpr std::chrono::seconds kProcessorsKept{5};  // they are looked up once for a pass over many processes
+constexpr int kMostRounds = 16;                     // a process that makes threads faster than we list them has its way
 
 long ioPriority(Pid thread) { return ::syscall(SYS_ioprio_get, IOPRIO_WHO_PROCESS, thread); }
 
@@ -42,11 +43,23 @@ enum class Done { yes, gone, refused };
 
 Done outcome(bool worked) { return worked ? Done::yes : errno == EPERM ? Done::refused : Done::gone; }
 
-// Calls `act` once for each thread, until a listing shows no new one. False: another process, or a refusal.
+// Whether I/O priorities can be set at all: a sandbox may forbid it. Tried on the calling thread, with what it has.
+bool marksWork() {
+  static const bool works = [] {
+    const long own = ioPriority(0);
+    const bool isSet = own >= 0 && IOPRIO_PRIO_CLASS(own) != IOPRIO_CLASS_NONE;
+    return own >= 0 && setIoPriority(0, isSet && !hasDefaultIoPriority(0) ? static_cast<int>(own) : kNoPriority);
+  }();
+  return works;
+}
+
+// Calls `act` once for each thread, until a listing shows no new one, also after a refusal. False: another process,
+// or a refusal.
 template <typename Act>
 bool overThreads(const std::string& procRoot, Pid pid, const BackgroundPriority::SameProcess& same, Act act) {
   const std::string folder = fmt::format("{}/{}/task", procRoot, pid);
   std::vector<Pid> threads, seen;  // `seen` rises
+  bool refused = false;
   for (int round = 0; round < kMostRounds; ++round) {
     if (!same()) return false;
     PidFolder{folder}.list(threads);
@@ -56,11 +69,11 @@ bool overThreads(const std::string& procRoot, Pid pid, const BackgroundPriority:
       if (at != seen.end() && *at == thread) continue;
       seen.insert(at, thread);
       anyNew = true;
-      if (act(thread) == Done::refused) return false;
+      refused |= act(thread) == Done::refused;
     }
     if (!anyNew) break;
   }
-  return !seen.empty();
+  return !refused && !seen.empty();
 }
 
 }  // namespace
@@ -68,32 +81,41 @@ bool overThreads(const std::string& procRoot, Pid pid, const BackgroundPriority:
 BackgroundPriority::BackgroundPriority(std::string procRoot, std::string devices)
     : procRoot_(std::move(procRoot)), devices_(std::move(devices)) {}
 
-bool BackgroundPriority::confine(Pid pid, const SameProcess& same) const {
-  const CpuSet full = fullCpuSet();
-  const CpuSet slow = slowCpuSet(full, devices_);
-  return overThreads(procRoot_, pid, same, [&](Pid thread) {
+const BackgroundPriority::Processors& BackgroundPriority::processors() {
+  const auto now = std::chrono::steady_clock::now();
+  if (!known_ || now - known_->at > kProcessorsKept) {
+    const CpuSet full = fullCpuSet();
+    known_ = Processors{full, slowCpuSet(full, devices_), now};
+  }
+  return *known_;
+}
+
+// The mark comes first and goes last. So a thread that bears none, though it could, was never confined by us: if it
+// has just the slow processors, its program chose them.
+bool BackgroundPriority::confine(Pid pid, const SameProcess& same) {
+  const auto& [full, slow, at] = processors();
+  return overThreads(procRoot_, pid, same, [&full = full, &slow = slow](Pid thread) {
     const auto allowed = CpuSet::ofThread(thread);
     if (!allowed) return Done::gone;
     if (!(*allowed == full)) return Done::yes;  // ours already, or somebody's choice
-    // The processors come first and go last: by them the thread is known as ours if we break off between.
-    if (!slow.applyTo(thread)) return outcome(false);
-    if (!hasDefaultIoPriority(thread)) return Done::yes;
-    setIoPriority(thread, kMarkedIdle);  // where it is forbidden, fewer processors are slow enough
-    return Done::yes;
+    const bool marks = marksWork() && hasDefaultIoPriority(thread);
+    if (marks && !setIoPriority(thread, kMarkedIdle)) return outcome(false);
+    return outcome(slow.applyTo(thread));
   });
 }
 
-bool BackgroundPriority::release(Pid pid, const SameProcess& same) const {
-  const CpuSet full = fullCpuSet();
-  const CpuSet slow = slowCpuSet(full, devices_);
-  return overThreads(procRoot_, pid, same, [&](Pid thread) {
+bool BackgroundPriority::release(Pid pid, const SameProcess& same) {
+  const auto& [full, slow, at] = processors();
+  return overThreads(procRoot_, pid, same, [&full = full, &slow = slow](Pid thread) {
     const auto allowed = CpuSet::ofThread(thread);
     if (!allowed) return Done::gone;
     const bool marked = ioPriority(thread) == kMarkedIdle;
+    const bool couldBearMark = marksWork() && hasDefaultIoPriority(thread);
     // Which processors are the slow ones can have changed since, as some went off.
-    const bool ours = *allowed == slow || (marked && (*allowed & full) == *allowed && !(*allowed == full));
-    if (marked && !setIoPriority(thread, kNoPriority)) return outcome(false);
-    return ours ? outcome(CpuSet::every().applyTo(thread)) : Done::yes;
+    const bool ours = marked ? (*allowed & full) == *allowed && !(*allowed == full)
+                             : *allowed == slow && !(*allowed == full) && !couldBearMark;
+    if (ours && !CpuSet::every().applyTo(thread)) return outcome(false);
+    return marked ? outcome(setIoPriority(thread, kNoPriority)) : Done::yes;
   });
 }
 

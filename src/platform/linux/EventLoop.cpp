@@ -32,6 +32,11 @@ std::uint64_t timeOf(clockid_t clock) {
 
 }  // namespace
 
+bool hangUpCounts() {
+  struct sigaction now {};
+  return ::sigaction(SIGHUP, nullptr, &now) != 0 || now.sa_handler != SIG_IGN;
+}
+
 struct EventLoop::Timer : std::enable_shared_from_this<Timer> {
   EventSource source;
   clockid_t clock = CLOCK_BOOTTIME;
@@ -149,8 +154,7 @@ EventLoop::~EventLoop() {
     sigemptyset(&ours);
     sigaddset(&ours, SIGTERM);
     sigaddset(&ours, SIGINT);
-    sigaddset(&ours, SIGHUP);  // the terminal went away; one that "nohup" has ignored never comes
-    sigaddset(&ours, SIGHUP);
+    if (hangUpCounts()) sigaddset(&ours, SIGHUP);
     const timespec atOnce{};
     while (sigtimedwait(&ours, nullptr, &atOnce) > 0) {
     }
@@ -236,6 +240,7 @@ void EventLoop::takeSignals() {
   sigemptyset(&ours);
   sigaddset(&ours, SIGTERM);
   sigaddset(&ours, SIGINT);
+  if (hangUpCounts()) sigaddset(&ours, SIGHUP);
   pthread_sigmask(SIG_BLOCK, &ours, &signalsBefore_);
   const auto stopIt = [](sd_event_source*, const signalfd_siginfo*, void* self) {
     static_cast<EventLoop*>(self)->stop();
@@ -244,7 +249,7 @@ void EventLoop::takeSignals() {
   sd_event_source* added = nullptr;
   if (sd_event_add_signal(event(), &added, SIGTERM, stopIt, this) >= 0) terminate_.reset(added);
   if (sd_event_add_signal(event(), &added, SIGINT, stopIt, this) >= 0) interrupt_.reset(added);
-  if (sd_event_add_signal(event(), &added, SIGHUP, stopIt, this) >= 0) hangUp_.reset(added);
+  if (hangUpCounts() && sd_event_add_signal(event(), &added, SIGHUP, stopIt, this) >= 0) hangUp_.reset(added);
 }
 
 void EventLoop::run() {

@@ -119,8 +119,7 @@ Microseconds LinuxProcesses::now() { return anchor_.now(); }
 
 bool LinuxProcesses::mayTouch(Pid pid) { return pid >= 2 && pid != self(); }
 
-bool LinuxProcesses::mayBurden(Pid pid) {
-  if (!mayTouch(pid)) return false;
+bool LinuxProcesses::isOurs(Pid pid) {
   // The kernel refuses what isn't ours, except to the superuser.
   if (::geteuid() != 0) return true;
   std::array<char, 4096> room;
@@ -149,22 +148,31 @@ bool LinuxProcesses::signal(Pid pid, Microseconds start, int number) {
   return ::kill(pid, number) == 0;
 }
 
-bool LinuxProcesses::pause(Pid pid, Microseconds start) { return mayBurden(pid) && signal(pid, start, SIGSTOP); }
+bool LinuxProcesses::pause(Pid pid, Microseconds start) {
+  return mayTouch(pid) && isOurs(pid) && signal(pid, start, SIGSTOP);
+}
 
 bool LinuxProcesses::resume(Pid pid, Microseconds start) { return signal(pid, start, SIGCONT); }
 
 bool LinuxProcesses::setBackgroundPriority(Pid pid, Microseconds start) {
-  return mayBurden(pid) && priority_.confine(pid, [&] { return startTime(pid) == start; });
+  return mayTouch(pid) && isOurs(pid) && priority_.confine(pid, [&] { return startTime(pid) == start; });
 }
 
 bool LinuxProcesses::setNormalPriority(Pid pid, Microseconds start) {
   return mayTouch(pid) && priority_.release(pid, [&] { return startTime(pid) == start; });
 }
 
-void LinuxProcesses::restoreInheritedPriority() {
-  for (const Pid pid : allPids()) {
-    if (!priority_.isMarked(pid)) continue;
-    if (const auto start = startTime(pid)) setNormalPriority(pid, *start);
+void LinuxProcesses::restoreInheritedPriority(const std::unordered_set<Pid>& listed) {
+  constexpr int kMostPasses = 16;  // one that is still slow can start another while we look
+  for (int pass = 0; pass < kMostPasses; ++pass) {
+    bool found = false;
+    for (const Pid pid : allPids()) {
+      if (!priority_.isMarked(pid) || listed.contains(pid) || !isOurs(pid)) continue;
+      // Also ourselves: whoever started us may have been slowed.
+      const auto start = startTime(pid);
+      found |= start && priority_.release(pid, [&] { return startTime(pid) == start; });
+    }
+    if (!found) return;
   }
 }
 

@@ -46,14 +46,14 @@ class LinuxProcesses : public Processes {
   bool resume(Pid pid, Microseconds start) override;
   bool setBackgroundPriority(Pid pid, Microseconds start) override;
   bool setNormalPriority(Pid pid, Microseconds start) override;
-  void restoreInheritedPriority() override;
+  void restoreInheritedPriority(const std::unordered_set<Pid>& listed) override;
 
  private:
   std::optional<ProcStat> stat(Pid pid) const;
   std::optional<std::string> link(Pid pid, const char* name) const;
   bool signal(Pid pid, Microseconds start, int number);
   bool mayTouch(Pid pid);
-  bool mayBurden(Pid pid);  // it is also the person's own
+  bool isOurs(Pid pid);  // as far as the kernel doesn't see to that
 
   std::string procRoot_;
   BootAnchor& anchor_;

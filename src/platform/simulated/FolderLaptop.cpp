@@ -20,14 +20,19 @@ FolderLaptop::FolderLaptop(std::string folder, Surroundings surroundings, LinuxO
       fileEvents_(loop_),
       store_(std::move(folder), options.procRoot, surroundings_, files_, loop_, fileEvents_),
       anchor_(surroundings_.stateFolder),
-      processes_(options.procRoot, anchor_, [this] { return store_.wattsPerCore(); }),
+      processes_(options.procRoot, anchor_,
+                 [this, watts = std::optional<double>{}]() mutable {
+                   // Once: with another figure every energy counter would make a jump.
+                   if (!watts) watts = store_.wattsPerCore();
+                   return *watts;
+                 }),
       others_(surroundings_.executable),
       defaults_(files_, defaultsPath(surroundings_.home)),
       broadcast_(loop_, surroundings_.stateFolder, std::move(options.runtimeFolder)),
       power_(store_),
       displays_(store_),
       assertions_(store_),
-      workspace_(store_, processes_, files_),
+      workspace_(store_, processes_, files_, surroundings_.home),
       commands_(store_, others_),
       notices_(store_) {}
 

@@ -238,7 +238,8 @@ bool FolderStore::changeLocked(const Edit& edit) {
     if (!replaceFile(kSwitches, switches.toJson())) return false;
     take(std::move(switches));
   }
-  if (followed != before && !replaceFile(kFollowed, jsonOf(followed))) return false;
+  // The change is made; what couldn't be written down of the events is followed again at the next one.
+  if (followed != before) replaceFile(kFollowed, jsonOf(followed));
   if (report.privileged != report_->privileged && !storePrivileged(report.privileged)) return false;
   refresh();
   return true;

@@ -269,7 +269,8 @@ std::optional<LaptopReport> LaptopReport::parse(std::string_view text) {
   double watts = -1, seconds = -1;
   takeKey(json, "wattsPerCore", watts);
   takeKey(json, "telemetrySeconds", seconds);
-  if (watts >= 0) report.wattsPerCore = watts;
+  constexpr double kMostWatts = 1000;  // no core draws that
+  if (watts >= 0 && watts <= kMostWatts) report.wattsPerCore = watts;
   if (seconds > 0) report.telemetrySeconds = seconds;
   return report;
 }

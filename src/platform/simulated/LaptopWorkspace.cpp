@@ -1,11 +1,13 @@
 #include "platform/simulated/LaptopWorkspace.h"
 
+#include <algorithm>
 #include <pugixml.hpp>
 #include <string_view>
 #include <unordered_set>
 
 #include "platform/Files.h"
 #include "platform/Processes.h"
+#include "platform/Utf8.h"
 #include "platform/simulated/LaptopStore.h"
 
 namespace tovi {
@@ -53,12 +55,13 @@ LaptopWorkspace::Facts LaptopWorkspace::facts(const std::string& bundlePath) {
   Facts facts;
   if (const auto text = files_.read(bundlePath + "/Contents/Info.plist")) {
     pugi::xml_document plist;
-    if (plist.load_buffer(text->data(), text->size())) {
+    if (plist.load_buffer(text->data(), text->size()) && plist.child("plist").child("dict")) {
       facts.opens = true;
       const auto values = topValues(plist);
       const auto take = [&](const char* key, std::optional<std::string>& field) {
         const auto at = values.find(key);
-        if (at != values.end() && std::string_view(at->second.name()) == "string") field = at->second.text().get();
+        if (at != values.end() && std::string_view(at->second.name()) == "string")
+          field = repairUtf8(at->second.text().get());
       };
       take("CFBundleDisplayName", facts.info.displayName);
       take("CFBundleName", facts.info.name);
@@ -80,12 +83,15 @@ LaptopWorkspace::Facts LaptopWorkspace::facts(const std::string& bundlePath) {
   return facts;
 }
 
-std::optional<RunningApplication> LaptopWorkspace::fromProcess(Pid pid) {
+std::optional<RunningApplication> LaptopWorkspace::fromProcess(Pid pid,
+                                                               std::unordered_map<std::string, Facts>& allKnown) {
   const auto executable = processes_.path(pid);
   if (!executable) return std::nullopt;
   const auto bundlePath = bundlePathOf(*executable);
   if (!bundlePath) return std::nullopt;
-  const Facts known = facts(*bundlePath);
+  const auto [at, isNew] = allKnown.try_emplace(*bundlePath);
+  if (isNew) at->second = facts(*bundlePath);
+  const Facts& known = at->second;
   RunningApplication application;
   application.pid = pid;
   application.name = known.info.displayName.value_or(known.info.name.value_or(bareName(*bundlePath)));
@@ -106,13 +112,18 @@ std::vector<RunningApplication> LaptopWorkspace::runningApplications() {
   }
   // Found in the cheap picture; only the few inside a bundle are then looked at one by one.
   std::vector<Pid> inBundles;
-  for (const ProcessEntry& entry : processes_.table().entries()) {
-    if (entry.path && entry.path->find(".app/") != std::string::npos && !listed.contains(entry.pid)) {
-      inBundles.push_back(entry.pid);
-    }
+  const ProcessTable& table = processes_.table();
+  const auto bundleOf = [](const ProcessEntry* entry) {
+    return entry != nullptr && entry->path ? bundlePathOf(*entry->path) : std::nullopt;
+  };
+  for (const ProcessEntry& entry : table.entries()) {
+    if (!entry.path || entry.path->find(".app/") == std::string::npos || listed.contains(entry.pid)) continue;
+    const ProcessEntry* parent = entry.parent ? table.find(*entry.parent) : nullptr;
+    if (bundleOf(parent) != bundleOf(&entry)) inBundles.push_back(entry.pid);
   }
+  std::unordered_map<std::string, Facts> known;
   for (const Pid pid : inBundles) {
-    if (auto application = fromProcess(pid)) running.push_back(std::move(*application));
+    if (auto application = fromProcess(pid, known)) running.push_back(std::move(*application));
   }
   return running;
 }
@@ -122,7 +133,8 @@ std::optional<RunningApplication> LaptopWorkspace::application(Pid pid) {
   for (const RunningApplication& application : report->applications) {
     if (application.pid == pid && pid >= 1) return application;
   }
-  return fromProcess(pid);
+  std::unordered_map<std::string, Facts> known;
+  return fromProcess(pid, known);
 }
 
 std::optional<BundleInfo> LaptopWorkspace::bundle(const std::string& path) {
@@ -138,6 +150,14 @@ std::optional<std::string> LaptopWorkspace::pathForBundleIdentifier(const std::s
   }
   for (const RunningApplication& application : runningApplications()) {
     if (application.bundleIdentifier == identifier && application.path) return application.path;
+  }
+  for (const std::string& folder : {std::string{"/Applications"}, home_ + "/Applications"}) {
+    auto names = files_.list(folder).value_or(std::vector<std::string>{});
+    std::sort(names.begin(), names.end());
+    for (const std::string& name : names) {
+      const std::string path = folder + "/" + name;
+      if (name.ends_with(".app") && facts(path).info.identifier == identifier) return path;
+    }
   }
   return std::nullopt;
 }

@@ -1,8 +1,12 @@
 // Applications of the simulated laptop: those that its report lists, and every process that runs inside a bundle
-// which the report doesn't list by pid.
+// which the report doesn't list by pid, but for those that another of the same bundle started.
 #pragma once
 
+#include <optional>
+#include <string>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "platform/Workspace.h"
 
@@ -14,8 +18,9 @@ class Processes;
 
 class LaptopWorkspace final : public Workspace {
  public:
-  LaptopWorkspace(LaptopStore& store, Processes& processes, Files& files)
-      : store_(store), processes_(processes), files_(files) {}
+  // `home`: the person's folder, which may hold applications of their own.
+  LaptopWorkspace(LaptopStore& store, Processes& processes, Files& files, std::string home)
+      : store_(store), processes_(processes), files_(files), home_(std::move(home)) {}
 
   std::vector<RunningApplication> runningApplications() override;
   std::optional<RunningApplication> application(Pid pid) override;
@@ -35,9 +40,10 @@ class LaptopWorkspace final : public Workspace {
   LaptopStore& store_;
   Processes& processes_;
   Files& files_;
+  std::string home_;
 
   Facts facts(const std::string& bundlePath);
-  std::optional<RunningApplication> fromProcess(Pid pid);
+  std::optional<RunningApplication> fromProcess(Pid pid, std::unordered_map<std::string, Facts>& known);
 };
 
 }  // namespace tovi

@@ -123,7 +123,7 @@ MemoryLaptop::MemoryLaptop(Options options)
       power_(*store_),
       displays_(*store_),
       assertions_(*store_),
-      workspace_(*store_, processes_, files_),
+      workspace_(*store_, processes_, files_, surroundings_.home),
       commands_(*store_, tools_),
       notices_(*store_),
       machine_(std::make_unique<Machine>(Machine{surroundings_, clock_, queue_, files_, files_, processes_, power_,

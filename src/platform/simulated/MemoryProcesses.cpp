@@ -140,16 +140,16 @@ Pid MemoryProcesses::add(MemoryProcess process) {
   row.since = clock_.awake();
   row.generation = ++lastGeneration_;
   if (const auto parent = rows_.find(row.facts.parent); parent != rows_.end() && parent->second.facts.background) {
-    row.inherited = row.facts.background = true;
+    row.facts.background = true;
   }
   rows_.emplace(pid, std::move(row));
   tableStale_ = true;
   return pid;
 }
 
-void MemoryProcesses::restoreInheritedPriority() {
+void MemoryProcesses::restoreInheritedPriority(const std::unordered_set<Pid>& listed) {
   for (auto& [pid, row] : rows_) {
-    if (!row.inherited || !row.facts.background || !row.facts.mine) continue;
+    if (!row.facts.background || !row.facts.mine || listed.contains(pid)) continue;
     setNormalPriority(pid, *row.facts.start);
   }
 }

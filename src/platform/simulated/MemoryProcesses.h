@@ -62,7 +62,7 @@ class MemoryProcesses final : public Processes {
   bool resume(Pid pid, Microseconds start) override;
   bool setBackgroundPriority(Pid pid, Microseconds start) override;
   bool setNormalPriority(Pid pid, Microseconds start) override;
-  void restoreInheritedPriority() override;
+  void restoreInheritedPriority(const std::unordered_set<Pid>& listed) override;
 
   // What the world does. A process inherits its parent's priority. A pid that is taken is replaced by the new process,
   // which is how one is reused; no two processes of one pid get the same start time unless it was given.
@@ -90,7 +90,6 @@ class MemoryProcesses final : public Processes {
     double joules = 0, cpuSeconds = 0;  // up to `since`
     double since = 0;                   // on the clock's scale of being awake
     std::uint64_t generation = 0;
-    bool inherited = false;  // background priority, from the process that started it
   };
 
   MemoryClock& clock_;
