@@ -5,6 +5,9 @@
 #include <unistd.h>
 
 #include <map>
+#include <optional>
+#include <random>
+#include <thread>
 
 #include "e2e/Stage.h"
 
@@ -214,6 +217,69 @@ TEST_F(EndToEndLid, LatecomersAreCaughtAndTheDeadForgotten) {
   EXPECT_TRUE(eventually(kLookedAgain, [&] { return late.paused() && !early.recorded(); }));
   open();
   EXPECT_TRUE(eventually(kAtOnce, [&] { return late.untouched() && nothingRecorded(); }));
+}
+
+// The process dies at a random moment, again and again; the watchdog's script and a fresh start clean up by turns.
+TEST_F(EndToEndLid, AHundredSuddenDeathsLeaveNothingBehind) {
+  constexpr int kRounds = 100;
+  const auto seed = std::random_device{}();
+  std::printf("seed %u\n", seed);
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<int> milliseconds(0, 900);
+
+  App exporter = start("Exporter", "com.example.exporter");
+  App docker = start("Docker", "com.docker.docker");
+  const Json settings = {{"preset", "longest"}, {"screenOffNoLock", true}};
+  const auto configure = [&](const char* mode) {
+    Json all = settings;
+    all["mode"] = mode;
+    stage.configure(all);
+  };
+  const auto left = [&] {
+    std::string words;
+    for (const char* file :
+         {"hold", "touched.json", "powermode-restore", "timemachine-restore", "brightness-restore", "display-off"})
+      if (stage.hasState(file)) words += file + std::string("; ");
+    const Json now = stage.switches();
+    if (now.value("SleepDisabled", false)) words += "sleep is off; ";
+    if (now.contains("powerMode") && now["powerMode"]["battery"]["lowpowermode"] != 0) words += "low power; ";
+    if (now.value("AutoBackup", 1) != 1) words += "no backups; ";
+    if (now.contains("displays") && now["displays"].contains("1") && now["displays"]["1"]["brightness"] != 0.8)
+      words += "dark; ";
+    if (now.contains("displays") && now["displays"].contains("1") && now["displays"]["1"]["enabled"] != true)
+      words += "screen off; ";
+    if (!exporter.untouched()) words += "exporter; ";
+    if (!docker.untouched()) words += "docker; ";
+    return words;
+  };
+  int changed = 0;
+  for (int round = 0; round < kRounds && !HasFailure(); ++round) {
+    close();
+    configure("on");
+    const auto moment = std::chrono::milliseconds(milliseconds(random));
+    const auto told = [&] { return "round " + std::to_string(round) + ", after " + std::to_string(moment.count()); };
+    {
+      Process app = stage.startAppUnawaited();
+      std::this_thread::sleep_for(moment);
+      app.signal(SIGKILL);
+      app.wait();
+    }
+    changed += !left().empty();
+    if (round % 2 == 0) {
+      // The script goes by the age of the last beat.
+      std::error_code never;
+      fs::last_write_time(stage.state() / "alive", fs::file_time_type::clock::now() - 1h, never);
+      Process script = stage.start("/bin/sh", {(stage.state() / "watchdog.sh").string()});
+      EXPECT_EQ(script.wait(), 0) << told();
+      EXPECT_EQ(left(), "") << told();
+    } else {
+      open();
+      configure("off");
+      Process app = stage.startAppUnawaited();
+      EXPECT_TRUE(eventually(10s, [&] { return stage.heartBeats(app) && left().empty(); })) << told() << ": " << left();
+    }
+  }
+  EXPECT_GT(changed, kRounds / 4) << "too few deaths had anything to clean up";
 }
 
 TEST_F(EndToEndLid, EnergyRanksWhoIsBusy) {
