@@ -1,0 +1,48 @@
+// A file that belongs to another program. It is read whole and replaced whole, in a way that its owner hardly
+// notices: a symbolic link still leads to it, and its permissions stay.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/StateFiles.h"
+
+namespace tovi {
+
+class Files;
+struct Machine;
+
+class ForeignFile {
+ public:
+  // Reads the file as it stands now; nothing is read again until replace().
+  ForeignFile(const Machine& machine, std::string path);
+
+  bool exists() const { return exists_; }
+  // False: something stands there that can't be read, such as a folder or a link that leads nowhere.
+  bool readable() const { return readable_; }
+  // Nobody has the right to write, so somebody wants it to stay as it is; a rename would get round that.
+  bool readOnly() const { return exists_ && (mode_ & 0222) == 0; }
+  const std::string& text() const { return text_; }  // empty if it doesn't exist
+  std::string name() const;                          // the last component of its path
+
+  // Copies what was read beside the file, under its name with ".tovi-backup" added and with its permissions.
+  bool backUp() const;
+
+  // Absent: the file says `bytes`, durably. Otherwise why it doesn't, fit for the end of a sentence; then it is as it
+  // was. A file that has changed since it was read is left alone. A new one is for its owner's eyes only; its folder
+  // must exist.
+  std::optional<std::string> replace(std::string_view bytes) const;
+
+ private:
+  Files& files_;
+  StateFiles state_;
+  std::string path_;
+  std::string target_;  // the path with links followed
+  std::string text_;
+  unsigned mode_ = 0600;
+  bool exists_ = false;
+  bool readable_ = true;
+};
+
+}  // namespace tovi

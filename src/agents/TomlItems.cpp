@@ -1,0 +1,158 @@
+#include "agents/TomlItems.h"
+
+#include <algorithm>
+
+#include "platform/Utf8.h"
+
+namespace tovi {
+
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+class Scanner {
+ public:
+  explicit Scanner(std::string_view text) : text_(text), at_(text.starts_with(kByteOrderMark) ? 3 : 0) {}
+
+  bool atEnd() const { return at_ >= text_.size(); }
+
+  // False: where the item ends can't be told.
+  bool item(TomlItem& item) {
+    item.begin = at_;
+    skipBlanks();
+    const bool clear = here() == '[' ? header(item) : line(item);
+    item.end = at_;
+    return clear;
+  }
+
+ private:
+  std::string_view text_;
+  std::size_t at_;
+
+  char here(std::size_t ahead = 0) const { return at_ + ahead < text_.size() ? text_[at_ + ahead] : '\n'; }
+  void skipBlanks() {
+    while (here() == ' ' || here() == '\t') ++at_;
+  }
+  bool take(char c) {
+    if (here() != c) return false;
+    ++at_;
+    return true;
+  }
+
+  bool header(TomlItem& item) {
+    ++at_;
+    const bool array = take('[');
+    item.kind = array ? TomlItem::Kind::tableArray : TomlItem::Kind::table;
+    if (!key(item.path) || !take(']') || (array && !take(']'))) return false;
+    skipBlanks();
+    return (here() == '#' || here() == '\r' || here() == '\n') && value();
+  }
+
+  bool line(TomlItem& item) {
+    const std::size_t start = at_;
+    if (key(item.path) && here() == '=') {
+      item.kind = TomlItem::Kind::value;
+    } else {
+      item.path.clear();
+      at_ = start;
+    }
+    return value();
+  }
+
+  // Parts with dots between, bare or quoted, and the blanks around them.
+  bool key(std::vector<std::string>& path) {
+    do {
+      skipBlanks();
+      std::string part;
+      if (here() == '"' || here() == '\'') {
+        const std::size_t start = at_;
+        if (!string()) return false;
+        part = text_.substr(start + 1, at_ - start - 2);
+      } else {
+        while (std::string_view{" \t\r\n.=[]{}\"'#,"}.find(here()) == std::string_view::npos) part += text_[at_++];
+        if (part.empty()) return false;
+      }
+      path.push_back(std::move(part));
+      skipBlanks();
+    } while (take('.'));
+    return true;
+  }
+
+  // The rest of the line, and of the following ones while a bracket is open.
+  bool value() {
+    std::size_t open = 0;
+    while (!atEnd()) {
+      switch (text_[at_]) {
+        case '"':
+        case '\'':
+          if (!string()) return false;
+          continue;
+        case '[':
+        case '{':
+          ++open;
+          break;
+        case ']':
+        case '}':
+          if (open == 0) return false;
+          --open;
+          break;
+        case '#':
+          at_ = std::min(text_.find('\n', at_), text_.size());
+          continue;
+        case '\n':
+          if (open == 0) {
+            ++at_;
+            return true;
+          }
+          break;
+        default:
+          break;
+      }
+      ++at_;
+    }
+    return open == 0;
+  }
+
+  bool string() {
+    const char quote = text_[at_];
+    const std::string three(3, quote);
+    const bool several = text_.substr(at_).starts_with(three);
+    at_ += several ? 3 : 1;
+    while (!atEnd()) {
+      if (!several && here() == '\n') return false;
+      if (quote == '"' && here() == '\\' && at_ + 1 < text_.size() && (several || here(1) != '\n')) {
+        at_ += 2;
+      } else if (here() != quote) {
+        ++at_;
+      } else if (!several) {
+        ++at_;
+        return true;
+      } else {
+        // Up to two quotes may stand before the three that close.
+        std::size_t run = 0;
+        while (run < 5 && at_ + run < text_.size() && here(run) == quote) ++run;
+        at_ += run;
+        if (run >= 3) return true;
+      }
+    }
+    return false;
+  }
+};
+
+}  // namespace
+
+std::optional<std::vector<TomlItem>> tomlItems(std::string_view text) {
+  if (!isUtf8(text)) return std::nullopt;
+  std::vector<TomlItem> items;
+  for (Scanner scanner(text); !scanner.atEnd();) {
+    if (!scanner.item(items.emplace_back())) return std::nullopt;
+  }
+  return items;
+}
+
+std::string_view lineBreakOf(std::string_view text) {
+  const auto first = text.find('\n');
+  return first != std::string_view::npos && first > 0 && text[first - 1] == '\r' ? "\r\n" : "\n";
+}
+
+}  // namespace tovi

@@ -1,0 +1,297 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "agents/AutoApprove.h"
+#include "core/StateFiles.h"
+#include "platform/simulated/MemoryLaptop.h"
+
+namespace tovi {
+namespace {
+
+using Json = nlohmann::json;
+using Texts = std::optional<std::string>;
+
+constexpr char kClaude[] = "/home/anna/.claude/settings.json";
+constexpr char kCodex[] = "/home/anna/.codex/config.toml";
+constexpr char kOurLines[] = "sandbox_mode = \"danger-full-access\"\napproval_policy = \"never\"\n";
+constexpr char kClaudeUnreadable[] =
+    "Couldn't read ~/.claude/settings.json (it isn't plain JSON), so nothing was changed.";
+constexpr char kCodexUnreadable[] = "Couldn't read ~/.codex/config.toml, so nothing was changed.";
+
+struct Desk {
+  MemoryLaptop laptop;
+  StateFiles state{laptop.machine()};
+  AutoApprove approve{laptop.machine(), state};
+
+  MemoryFiles& files() { return laptop.files(); }
+  Json claude() { return Json::parse(files().read(kClaude).value_or("{}"), nullptr, false); }
+  std::string codex() { return files().read(kCodex).value_or(""); }
+  std::string mode() { return claude()["permissions"].value("defaultMode", "none"); }
+};
+
+// What stood in the person's home before.
+struct Home {
+  const char* name;
+  Texts claude, codex;
+  bool linked = false;
+
+  void furnish(Desk& desk) const {
+    const auto put = [&](const char* path, const Texts& text, const std::string& target) {
+      if (!text) return;
+      desk.files().put(linked ? target : path, *text, 0640);
+      if (!linked) return;
+      desk.files().makeFolders(std::string(path).substr(0, std::string(path).rfind('/')));
+      desk.files().link(target, path);
+    };
+    put(kClaude, claude, "/home/anna/dotfiles/claude");
+    put(kCodex, codex, "/home/anna/dotfiles/codex");
+  }
+  Json claudeBefore() const { return Json::parse(claude.value_or("{}")); }
+  std::string codexBefore() const { return codex.value_or(""); }
+};
+
+const char kOwnClaude[] =
+    R"({"z": 9007199254740993, "permissions": {"allow": ["a/b"], "defaultMode": "acceptEdits"},
+        "skipDangerousModePermissionPrompt": false})";
+const char kOwnCodex[] =
+    "# mine\r\n  approval_policy=\"on-request\" # why \r\nnotify = [\r\n  \"[x]\",\r\n]\r\nsandbox_mode = "
+    "'''read-\r\nonly'''\r\n"
+    "[profiles.a]\r\napproval_policy = \"untrusted\"";
+
+const Home kHomes[] = {
+    {"nothing", {}, {}},
+    {"plain files", R"({"model": "x", "permissions": {"allow": []}})",
+     "model = \"x\"\n[a]\napproval_policy = \"on-request\"\n"},
+    {"values of the person's own", kOwnClaude, kOwnCodex},
+    {"linked files", kOwnClaude, kOwnCodex, true},
+    {"our values already",
+     R"({"permissions":{"defaultMode":"bypassPermissions"},"skipDangerousModePermissionPrompt":true})",
+     "approval_policy = \"never\"\nsandbox_mode = \"danger-full-access\""},
+};
+
+void expectBefore(Desk& desk, const Home& home) {
+  EXPECT_FALSE(desk.approve.isOn());
+  EXPECT_EQ(desk.claude(), home.claudeBefore());
+  EXPECT_EQ(desk.codex(), home.codexBefore());
+  for (const char* path : {kClaude, kCodex}) {
+    if (!home.linked) continue;
+    EXPECT_EQ(desk.files().linkStatus(path)->kind, FileStatus::Kind::other);
+    EXPECT_EQ(desk.files().status(path)->mode, 0640u);
+  }
+}
+
+void expectOn(Desk& desk) {
+  EXPECT_TRUE(desk.approve.isOn());
+  EXPECT_EQ(desk.mode(), "bypassPermissions");
+  EXPECT_EQ(desk.claude()["skipDangerousModePermissionPrompt"], true);
+  EXPECT_NE(desk.codex().find("approval_policy = \"never\""), std::string::npos);
+  EXPECT_NE(desk.codex().find("sandbox_mode = \"danger-full-access\""), std::string::npos);
+}
+
+TEST(Approve, OnAndOffLeavesEveryHomeAsItWas) {
+  for (const Home& home : kHomes) {
+    SCOPED_TRACE(home.name);
+    Desk desk;
+    home.furnish(desk);
+    EXPECT_EQ(desk.approve.turnOff(), std::nullopt) << "it isn't on";
+    EXPECT_EQ(desk.approve.turnOn(), std::nullopt);
+    expectOn(desk);
+    const auto operations = desk.laptop.faults().operations();
+    EXPECT_EQ(desk.approve.turnOn(), std::nullopt);
+    EXPECT_EQ(desk.laptop.faults().operations(), operations) << "on already";
+    EXPECT_EQ(desk.approve.turnOff(), std::nullopt);
+    expectBefore(desk, home);
+  }
+  Desk nothing;
+  ASSERT_EQ(nothing.approve.turnOn(), std::nullopt);
+  EXPECT_EQ(nothing.codex(), kOurLines);
+  ASSERT_EQ(nothing.approve.turnOff(), std::nullopt);
+  EXPECT_TRUE(nothing.files().exists(kClaude)) << "an empty object stays";
+}
+
+// Dies before and after every change that `act` makes; gives what each death leaves to `then`.
+void atEveryDeath(const Home& home, bool powerLost, const std::function<void(Desk&)>& prepare,
+                  const std::function<void(Desk&)>& act, const std::function<void(Desk&)>& then) {
+  for (const auto when : {MemoryFaults::When::before, MemoryFaults::When::after}) {
+    bool died = true;
+    for (std::int64_t step = 1; died; ++step) {
+      ASSERT_LT(step, 100);
+      SCOPED_TRACE(step);
+      Desk desk;
+      home.furnish(desk);
+      prepare(desk);
+      desk.laptop.faults().crashAt(desk.laptop.faults().operations() + step, when);
+      died = false;
+      try {
+        act(desk);
+      } catch (const Crash&) {
+        died = true;
+      }
+      desk.laptop.faults().forgetOrders();
+      if (died && powerLost) desk.laptop.powerLoss();
+      if (died && !powerLost) desk.laptop.restart();
+      then(desk);
+      EXPECT_TRUE(died || step > 8) << "it made hardly a change";
+    }
+  }
+}
+
+TEST(Approve, ADeathAtAnyWriteIsMadeGoodByTurningOff) {
+  for (const Home& home : {kHomes[0], kHomes[1], kHomes[2], kHomes[3]}) {
+    for (const bool powerLost : {false, true}) {
+      SCOPED_TRACE(std::string(home.name) + (powerLost ? ", power lost" : ""));
+      const auto nothing = [](Desk&) {};
+      const auto on = [](Desk& desk) { EXPECT_EQ(desk.approve.turnOn(), std::nullopt); };
+      const auto off = [](Desk& desk) { EXPECT_EQ(desk.approve.turnOff(), std::nullopt); };
+      const auto offAgain = [&](Desk& desk) {
+        off(desk);
+        expectBefore(desk, home);
+      };
+      atEveryDeath(home, powerLost, nothing, on, offAgain);
+      atEveryDeath(home, powerLost, on, off, offAgain);
+      // What somebody else has written since stays.
+      const auto changed = [&](Desk& desk) {
+        desk.files().put(kClaude, R"({"permissions": {"defaultMode": "plan"}})");
+        desk.files().put(kCodex, "approval_policy = \"untrusted\"\n");
+        off(desk);
+        EXPECT_EQ(desk.mode(), "plan");
+        EXPECT_EQ(desk.codex(), "approval_policy = \"untrusted\"\n");
+      };
+      atEveryDeath(home, powerLost, nothing, on, changed);
+    }
+  }
+}
+
+TEST(Approve, AFailureAtAnyStepIsSaidAndCanBeUndone) {
+  const Home& home = kHomes[2];
+  for (std::int64_t step = 1;; ++step) {
+    ASSERT_LT(step, 100);
+    SCOPED_TRACE(step);
+    Desk desk;
+    home.furnish(desk);
+    desk.state.dir();
+    const auto fail = [&] { desk.laptop.faults().failOperation(desk.laptop.faults().operations() + step); };
+    fail();
+    const auto failedOn = desk.approve.turnOn();
+    desk.laptop.faults().forgetOrders();
+    if (!failedOn) {
+      expectOn(desk);
+    } else if (!desk.approve.isOn()) {
+      expectBefore(desk, home);
+    }
+    if (desk.approve.isOn()) {
+      fail();
+      const auto failedOff = desk.approve.turnOff();
+      desk.laptop.faults().forgetOrders();
+      EXPECT_EQ(failedOff.has_value(), desk.approve.isOn());
+      EXPECT_EQ(desk.approve.turnOff(), std::nullopt);
+      expectBefore(desk, home);
+    }
+    if (!failedOn) {
+      EXPECT_GT(step, 8);
+      break;
+    }
+  }
+}
+
+TEST(Approve, WhatCannotBePutBackIsNotChanged) {
+  struct Case {
+    const char* name;
+    const char* claude;
+    const char* codex;
+    unsigned mode;
+    const char* error;
+  };
+  const Case cases[] = {
+      {"comments", "{ /* mine */ }", "", 0644, kClaudeUnreadable},
+      {"empty", "", "", 0644, kClaudeUnreadable},
+      {"a key twice", R"({"a":1,"a":2})", "", 0644, kClaudeUnreadable},
+      {"permissions of another kind", R"({"permissions": ["x"]})", "", 0644, kClaudeUnreadable},
+      {"a mode of another kind", R"({"permissions": {"defaultMode": 3}})", "", 0644, kClaudeUnreadable},
+      {"a prompt of another kind", R"({"skipDangerousModePermissionPrompt": "no"})", "", 0644, kClaudeUnreadable},
+      {"an open string", "{}", "a = \"\"\"\n", 0644, kCodexUnreadable},
+      {"a table of that name", "{}", "[sandbox_mode]\n", 0644, kCodexUnreadable},
+      {"read-only files", "{}", "", 0444,
+       "Couldn't write ~/.claude/settings.json (it is read-only), so nothing was changed."},
+  };
+  for (const Case& one : cases) {
+    Desk desk;
+    desk.files().put(kClaude, one.claude, one.mode);
+    desk.files().put(kCodex, one.codex, one.mode);
+    const auto operations = desk.laptop.faults().operations();
+    EXPECT_EQ(desk.approve.turnOn(), one.error) << one.name;
+    EXPECT_FALSE(desk.approve.isOn()) << one.name;
+    EXPECT_LE(desk.laptop.faults().operations(), operations + 1) << one.name << ": the state folder, no more";
+  }
+  Desk full;
+  full.files().setFull(true);
+  EXPECT_EQ(full.approve.turnOn(), "Tovi couldn't write to its folder, so nothing was changed.");
+  EXPECT_FALSE(full.approve.isOn());
+}
+
+TEST(Approve, WhatThePersonChangedSinceStays) {
+  Desk desk;
+  kHomes[2].furnish(desk);
+  ASSERT_EQ(desk.approve.turnOn(), std::nullopt);
+  Json settings = desk.claude();
+  settings["permissions"]["defaultMode"] = "plan";
+  desk.files().put(kClaude, settings.dump());
+  std::string config = desk.codex();
+  const std::string ours = "\"never\"";
+  config.replace(config.find(ours), ours.size(), "\"on-failure\"");
+  desk.files().put(kCodex, config);
+  ASSERT_EQ(desk.approve.turnOff(), std::nullopt);
+  EXPECT_EQ(desk.mode(), "plan");
+  EXPECT_EQ(desk.claude()["skipDangerousModePermissionPrompt"], false);
+  EXPECT_NE(desk.codex().find("  approval_policy = \"on-failure\" \r\n"), std::string::npos);
+  EXPECT_NE(desk.codex().find("sandbox_mode = '''read-\r\nonly'''\r\n"), std::string::npos);
+
+  Desk gone;
+  ASSERT_EQ(gone.approve.turnOn(), std::nullopt);
+  gone.files().erase(kClaude);
+  gone.files().erase(kCodex);
+  ASSERT_EQ(gone.approve.turnOff(), std::nullopt);
+  EXPECT_FALSE(gone.files().exists(kClaude) || gone.files().exists(kCodex)) << "deleted files stay away";
+}
+
+TEST(Approve, TurningOffFailsWithNothingChanged) {
+  const auto breakJournal = [](const char* text) {
+    return [text](Desk& desk) { desk.files().put(desk.state.path("auto-approve.json"), text); };
+  };
+  const std::pair<std::function<void(Desk&)>, const char*> cases[] = {
+      {breakJournal("{"), "Couldn't read auto-approve.json, so nothing was changed."},
+      {breakJournal(R"({"claudeTouched": true})"), "Couldn't read auto-approve.json, so nothing was changed."},
+      {breakJournal(R"({"claudeTouched": true, "codexTouched": true, "claudeSkip": "x"})"),
+       "Couldn't read auto-approve.json, so nothing was changed."},
+      {[](Desk& desk) { desk.files().put(kClaude, "{,}"); }, kClaudeUnreadable},
+      {[](Desk& desk) { desk.files().put(kCodex, std::string(kOurLines) + "x = '''"); }, kCodexUnreadable},
+  };
+  for (const auto& [harm, error] : cases) {
+    Desk desk;
+    ASSERT_EQ(desk.approve.turnOn(), std::nullopt);
+    harm(desk);
+    const auto claude = desk.files().read(kClaude);
+    const auto codex = desk.codex();
+    EXPECT_EQ(desk.approve.turnOff(), error);
+    EXPECT_TRUE(desk.approve.isOn());
+    EXPECT_EQ(desk.files().read(kClaude), claude);
+    EXPECT_EQ(desk.codex(), codex);
+  }
+}
+
+TEST(Approve, TurnsOffTheConfigThatItTurnedOn) {
+  Desk desk;
+  const AutoApprove elsewhere(desk.laptop.machine(), desk.state, "/home/anna/codex-home");
+  desk.files().put("/home/anna/codex-home/config.toml", "a = 1\n");
+  ASSERT_EQ(elsewhere.turnOn(), std::nullopt);
+  EXPECT_FALSE(desk.files().exists(kCodex));
+  ASSERT_EQ(desk.approve.turnOff(), std::nullopt) << "started without CODEX_HOME";
+  EXPECT_EQ(desk.files().read("/home/anna/codex-home/config.toml"), "a = 1\n");
+  EXPECT_FALSE(desk.files().exists(kCodex));
+}
+
+}  // namespace
+}  // namespace tovi
