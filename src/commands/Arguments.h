@@ -14,7 +14,8 @@ class Arguments {
   // `values` must outlive this object. Anything but an object counts as an empty one.
   explicit Arguments(const nlohmann::json& values) : values_(values) {}
 
-  bool has(std::string_view key) const;  // with any value
+  bool has(std::string_view key) const;                     // with any value
+  const nlohmann::json* value(std::string_view key) const;  // as it is; null if absent
 
   std::optional<std::string> text(std::string_view key) const;
 

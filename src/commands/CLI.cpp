@@ -54,10 +54,6 @@ int askRaw(Context& context, const Words& words) {
   return ask(context, words[0], Json::object(), has(words, "--json"));
 }
 
-int schema(Context& context, const Words& words) {
-  return ask(context, "schema", Json::object(), has(words, "--json"));
-}
-
 int measure(Context& context, const Words&) { return ask(context, "measure", Json::object(), false, kMeasureTimeout); }
 
 int anyway(Context& context, const Words& words) {
@@ -140,14 +136,15 @@ struct Row {
   std::size_t most = 0;                          // likewise, options not counted
   std::array<std::string_view, 3> options = {};  // that take a word
   const char* usage = nullptr;                   // printed if there are fewer
+  bool raw = false;                              // "--json" prints the reply as it is
 };
 
 constexpr std::size_t kAny = 1000;
 constexpr std::string_view kFor = "--for", kReason = "--reason", kPid = "--pid";
 
 constexpr Row kRows[] = {
-    {{"status"}, askRaw},
-    {{"energy"}, askRaw},
+    {.names = {"status"}, .run = askRaw, .raw = true},
+    {.names = {"energy"}, .run = askRaw, .raw = true},
     {{"measure"}, measure},
     {{"anyway"}, anyway, 0, kAny},
     {{"off", "auto"}, modeWord},
@@ -159,6 +156,7 @@ constexpr Row kRows[] = {
     {{"hold"}, hold, 0, 0, {kFor, kReason, kPid}},
     {{"release"}, release, 0, 1},
     {{"run"}, CLI::run, 0, kAny},
+    {{"mcp"}, CLI::mcp},
     {{"wake-at", "wake_at"}, wakeAt, 1, 1, {kFor}, "tovi wake-at HH:MM [--for 30m] | off"},
     {{"check-in", "check_in"}, checkIn, 1, 1, {}, "tovi check-in 0|15|30|60"},
     {{"preset"}, preset, 1, 1, {}, "tovi preset max_battery|balanced|full_speed"},
@@ -167,8 +165,8 @@ constexpr Row kRows[] = {
     {{"unwatch"}, unwatch, 1, 1, {}, "tovi unwatch <app>"},
     {{"set"}, set, 2, 2, {}, "tovi set <key> <value>"},
     {{"config"}, config},
-    {{"settings", "schema"}, schema},
-    {{"power"}, askRaw},
+    {.names = {"settings", "schema"}, .run = CLI::settings, .raw = true},
+    {.names = {"power"}, .run = askRaw, .raw = true},
     {{"open"}, open, 0, 1},
     {{"snapshot"}, snapshot, 0, 2},
     {{"island"}, island, 0, 2},
@@ -176,32 +174,41 @@ constexpr Row kRows[] = {
     {{"uninstall"}, CLI::uninstall},
 };
 
-// "--for=2h" as "--for 2h".
-Words spelledOut(const Words& words, const Row& row) {
+// The words as the row reads them: its own first, then options and their values; "--for=2h" as "--for 2h".
+struct Sorted {
   Words plain;
-  for (const std::string& word : words) {
-    const auto equals = word.find('=');
-    const bool joined = equals != std::string::npos &&
-                        std::ranges::find(row.options, std::string_view{word}.substr(0, equals)) != row.options.end();
-    plain.push_back(joined ? word.substr(0, equals) : word);
-    if (joined) plain.push_back(word.substr(equals + 1));
-  }
-  return plain;
-}
+  Words options;
+  std::optional<std::string> leftOver;  // the first that the row has no use for
+};
 
-// The first word that the row has no use for. To pass over one would turn "hold 90m" into a hold without end.
-std::optional<std::string> leftOver(const Words& words, const Row& row) {
-  std::size_t plain = 0;
-  for (std::size_t at = 1; at < words.size(); ++at) {
+// To pass over a word that doesn't belong would turn "hold 90m" into a hold without end.
+Sorted sorted(const Words& words, const Row& row) {
+  Sorted result;
+  if (row.most == kAny) {
+    result.plain = words;
+    return result;
+  }
+  const auto takesWord = [&](std::string_view name) {
+    return !name.empty() && std::ranges::find(row.options, name) != row.options.end();
+  };
+  for (std::size_t at = 0; at < words.size(); ++at) {
     const std::string& word = words[at];
-    if (row.most == kAny || word == "--json") continue;
-    if (!word.empty() && std::ranges::find(row.options, word) != row.options.end()) {
-      ++at;  // and its value
-    } else if (word.starts_with("--") || ++plain > row.most) {
-      return word;
+    const auto equals = word.find('=');
+    if (takesWord(word)) {
+      result.options.push_back(word);
+      if (at + 1 < words.size()) result.options.push_back(words[++at]);
+    } else if (equals != std::string::npos && takesWord(std::string_view{word}.substr(0, equals))) {
+      result.options.push_back(word.substr(0, equals));
+      result.options.push_back(word.substr(equals + 1));
+    } else if (row.raw && word == "--json") {
+      result.options.push_back(word);
+    } else {
+      const bool belongs = !word.starts_with("--") && result.plain.size() <= row.most;
+      if (!belongs && !result.leftOver) result.leftOver = word;
+      result.plain.push_back(word);
     }
   }
-  return std::nullopt;
+  return result;
 }
 
 struct TextRow {
@@ -234,22 +241,23 @@ int CLI::main(const Words& words, const Ground& ground) {
   const auto row =
       std::ranges::find_if(kRows, [&](const Row& r) { return std::ranges::find(r.names, word) != r.names.end(); });
   if (row == std::end(kRows) || word.empty()) return unknown(ground.output, word);
-  if (words.size() <= row->needed) {
-    ground.output.line(row->usage);
-    return kUsageError;
-  }
   if (word == "power" && words.size() > 1 && words[1] == "test") return unknown(ground.output, "power test");
-  const Words plain = spelledOut(words, *row);
-  if (row->most != kAny && (has(plain, "-h") || has(plain, "--help"))) {
+  Sorted read = sorted(words, *row);
+  if (row->most != kAny && (has(read.plain, "-h") || has(read.plain, "--help"))) {
     ground.output.print(CLITexts::kUsage);
     return 0;
   }
-  if (const auto extra = leftOver(plain, *row)) {
-    ground.output.line(fmt::format("tovi: '{}' doesn't go with {} (tovi help shows what does)", *extra, word));
+  if (read.plain.size() <= row->needed) {
+    ground.output.line(row->usage);
     return kUsageError;
   }
+  if (read.leftOver) {
+    ground.output.line(fmt::format("tovi: '{}' doesn't go with {} (tovi help shows what does)", *read.leftOver, word));
+    return kUsageError;
+  }
+  read.plain.insert(read.plain.end(), read.options.begin(), read.options.end());
   Context context(ground);
-  return row->run(context, plain);
+  return row->run(context, read.plain);
 }
 
 }  // namespace tovi

@@ -46,5 +46,8 @@ std::optional<double> parseDuration(std::string_view text);
 // Prints a reply for people, or as it is with `raw`; gives the exit code.
 int show(const nlohmann::json& reply, bool raw, Output& output);
 
+// Lists the settings that a reply describes, with what each does; a reply without any is shown as above.
+int showSettings(const nlohmann::json& reply, Output& output);
+
 }  // namespace CLI
 }  // namespace tovi

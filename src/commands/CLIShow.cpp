@@ -3,11 +3,10 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <algorithm>
-#include <array>
 #include <nlohmann/json.hpp>
 
 #include "commands/CLI.h"
+#include "commands/Columns.h"
 #include "commands/Output.h"
 #include "commands/Wire.h"
 #include "core/Dates.h"
@@ -50,36 +49,8 @@ std::string activity(const json::Value& session) {
   return minutes < 0 ? "idle" : fmt::format("idle for {} min", minutes);
 }
 
-using Row = std::array<std::string, 3>;
-
-std::size_t width(std::string_view text) {
-  return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
-}
-
-// One line a row, empty cells left out, or in columns where a person looks at them.
-void printRows(const std::vector<Row>& rows, Output& output) {
-  Row::size_type column = 0;
-  std::array<std::size_t, 3> widths{};
-  if (output.isTerminal()) {
-    for (const Row& row : rows) {
-      for (column = 0; column < row.size(); ++column) widths[column] = std::max(widths[column], width(row[column]));
-    }
-  }
-  for (const Row& row : rows) {
-    std::string line;
-    for (column = 0; column < row.size(); ++column) {
-      if (row[column].empty() && widths[column] == 0) continue;
-      if (column > 0) line += "  ";
-      line += row[column];
-      const bool last = column + 1 == row.size();
-      if (!last && widths[column] > width(row[column])) line.append(widths[column] - width(row[column]), ' ');
-    }
-    output.line(line);
-  }
-}
-
 void printSessions(const json::Value& reply, Output& output) {
-  std::vector<Row> rows;
+  std::vector<ColumnRow> rows;
   for (const json::Value& session : listAt(reply, "watching")) {
     std::string name = textOr(session, "name");
     if (const auto count = json::integerAt(session, "instances").value_or(1); count > 1) {
@@ -87,7 +58,7 @@ void printSessions(const json::Value& reply, Output& output) {
     }
     rows.push_back({std::move(name), textOr(session, "project"), activity(session)});
   }
-  printRows(rows, output);
+  for (const std::string& line : columnLines(rows, output.isTerminal())) output.line(line);
 }
 
 void printApps(const json::Value& apps, Output& output) {
@@ -116,9 +87,7 @@ int CLI::show(const nlohmann::json& reply, bool raw, Output& output) {
     output.line(fmt::format("lid closed: ≈{:.1f} h left (≈{:.1f} W, estimated)", *hours,
                             numberOrZero(reply, "closed_estimate_watts")));
   }
-  for (const char* note : {"warning", "setup_error"}) {
-    if (const auto text = json::textAt(reply, note)) output.line("note: " + *text);
-  }
+  if (const auto warning = json::textAt(reply, "warning")) output.line("note: " + *warning);
   std::vector<std::string> left;
   for (const json::Value& item : listAt(reply, "not_put_back_yet")) left.push_back(json::asText(item).value_or(""));
   if (!left.empty()) output.line(fmt::format("not put back yet: {}", fmt::join(left, ", ")));

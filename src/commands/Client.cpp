@@ -1,6 +1,7 @@
 #include "commands/Client.h"
 
 #include <algorithm>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "commands/Peers.h"
@@ -60,14 +61,24 @@ std::optional<nlohmann::json> Client::attempt(const std::string& command, const 
 }
 
 nlohmann::json Client::send(const std::string& command, const nlohmann::json& args, Seconds timeout) const {
+  return send(command, args, timeout, Seconds{std::numeric_limits<double>::infinity()});
+}
+
+nlohmann::json Client::sendWithin(const std::string& command, const nlohmann::json& args, Seconds timeout) const {
+  return send(command, args, timeout, machine_.clock.sinceBoot() + timeout);
+}
+
+nlohmann::json Client::send(const std::string& command, const nlohmann::json& args, Seconds timeout,
+                            Seconds deadline) const {
+  const auto left = [&](Seconds most) { return std::min(most, deadline - machine_.clock.sinceBoot()); };
   if (auto reply = attempt(command, args, timeout)) return *reply;
-  if (!Peers::applicationRuns(machine_, state_)) {
+  if (left(timeout) > Seconds::zero() && !Peers::applicationRuns(machine_, state_)) {
     // Of several clients that find nobody one starts the application, and the others wait for it too.
     const auto starting = machine_.files.tryLock(state_.path("start.lock"));
     if (starting) machine_.commands.run("/usr/bin/open", {"-g", "-b", "com.norvane.Tovi"});
-    const Seconds deadline = machine_.clock.sinceBoot() + kStartTakes;
-    while (!Peers::applicationRuns(machine_, state_) && machine_.clock.sinceBoot() < deadline) sleep_(kLongestPause);
-    if (auto reply = attempt(command, args, timeout)) return *reply;
+    const Seconds started = machine_.clock.sinceBoot() + left(kStartTakes);
+    while (!Peers::applicationRuns(machine_, state_) && machine_.clock.sinceBoot() < started) sleep_(kLongestPause);
+    if (auto reply = attempt(command, args, left(timeout))) return *reply;
   }
   return Wire::failure("Tovi didn't answer. Is it running? Open /Applications/Tovi.app");
 }

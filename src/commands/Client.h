@@ -27,8 +27,12 @@ class Client {
   // object; "ok" is false in it if nobody answered.
   nlohmann::json send(const std::string& command, const nlohmann::json& args, Seconds timeout) const;
 
+  // The same for callers who wait no longer than `timeout` for all of it, the start of an application included.
+  nlohmann::json sendWithin(const std::string& command, const nlohmann::json& args, Seconds timeout) const;
+
  private:
   std::optional<nlohmann::json> takeReply(const std::string& path) const;
+  nlohmann::json send(const std::string& command, const nlohmann::json& args, Seconds timeout, Seconds deadline) const;
 
   const Machine& machine_;
   const StateFiles& state_;

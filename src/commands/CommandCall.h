@@ -37,6 +37,8 @@ Handler mode, track, sleepNow, hold, release, releaseOwn, releasePid, wake, over
 Handler preset, rule, watch, agent;
 // The program itself.
 Handler open, settings, quit;
+// Settings under their public names.
+Handler schema, set;
 
 }  // namespace handlers
 }  // namespace tovi

@@ -36,6 +36,8 @@ constexpr Command kCommands[] = {
     {"rule", handlers::rule},
     {"watch", handlers::watch},
     {"agent", handlers::agent},
+    {"set", handlers::set},
+    {"schema", handlers::schema},
     {"open", handlers::open},
     {"settings", handlers::settings},
     {"quit", handlers::quit},
@@ -68,7 +70,9 @@ void CommandCenter::receive(const std::string& text) {
   const auto command = json::textAt(*request, "cmd");
   if (!id || !command || !Wire::isRequestId(*id)) return;
   const nlohmann::json* args = json::member(*request, "args");
-  handle(*command, args != nullptr ? *args : nlohmann::json::object(),
+  // Referred to, never copied: copying what a stranger nested 100,000 deep would overflow the stack.
+  static const nlohmann::json kNone = nlohmann::json::object();
+  handle(*command, args != nullptr ? *args : kNone,
          [&engine = engine_, id = *id](const nlohmann::json& reply) {
            const StateFiles& state = engine.state();
            state.writeAtomically(Wire::json(reply), Wire::replyPath(engine.machine(), state, id), Wire::kReplyMode);

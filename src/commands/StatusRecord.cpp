@@ -18,8 +18,11 @@ constexpr std::size_t kShownApps = 8;
 double tenths(double value) { return json::rounded(value, 1); }
 double hundredths(double value) { return json::rounded(value, 2); }
 
-// Seconds as whole minutes, cut.
-std::int64_t wholeMinutes(double minutes) { return static_cast<std::int64_t>(std::trunc(minutes)); }
+// Minutes without their fraction; a million years are enough.
+std::int64_t wholeMinutes(double minutes) {
+  constexpr double kMost = 5e11;
+  return static_cast<std::int64_t>(std::trunc(std::clamp(minutes, -kMost, kMost)));
+}
 
 const char* kindWord(const AgentKind& kind) {
   if (kind.isRequest()) return "sleep_request";
@@ -131,7 +134,6 @@ json::Value statusRecord(const Engine& engine) {
   if (const auto left = engine.unrestored(); !left.empty()) record["not_put_back_yet"] = left;
   if (const auto& reason = engine.holdReason.get(); reason && engine.holding) record["reason"] = *reason;
   // Nothing is switched without the set-up, so whoever asks should see what became of it.
-  if (const auto& error = engine.setupError.get()) record["setup_error"] = *error;
   return record;
 }
 

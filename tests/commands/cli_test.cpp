@@ -57,6 +57,11 @@ TEST_F(CommandLine, WordsThatDoNotBelongAreRefusedAndNothingIsSent) {
     EXPECT_EQ(output.out, CLITexts::kUsage) << word;
   }
   EXPECT_EQ(laptop.broadcast().posted().size(), before);
+  EXPECT_EQ(run({"watch", "--json", "make"}), 2) << "it would be watched for a tool of that name";
+  EXPECT_EQ(run({"rule", "Notes", "slow", "--json"}), 2);
+  EXPECT_EQ(laptop.broadcast().posted().size(), before);
+  run({"wake-at", "--for", "30m", "07:00"});
+  EXPECT_EQ(sent(), R"(wake_at {"minutes":30.0,"time":"07:00"})");
   EXPECT_EQ(run({"hold", "--for=90m", "--reason=tests"}), 0);
   EXPECT_EQ(sent(), R"(hold {"minutes":90.0,"reason":"tests"})");
 }

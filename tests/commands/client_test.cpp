@@ -102,6 +102,19 @@ TEST_F(ClientTest, ApplicationThatWasStartedGetsTheRequest) {
   EXPECT_EQ(client.send("hold", Json::object(), Seconds{8})["cmd"], "hold");
 }
 
+TEST_F(ClientTest, StartOfTheApplicationCountsWhereAllHasToBeDoneInTime) {
+  std::unique_ptr<Files::Lock> lock;
+  Registration app;
+  const Seconds start = laptop.clock().sinceBoot();
+  afterPause = [&] {  // it starts, hears, and never answers
+    if (laptop.clock().sinceBoot() - start < Seconds{1} || lock) return;
+    lock = Peers::takeLock(laptop.machine(), state);
+    app = answer(Seconds{60});
+  };
+  EXPECT_EQ(client.sendWithin("status", Json::object(), Seconds{8}), nobody());
+  EXPECT_NEAR((laptop.clock().sinceBoot() - start).count(), 8, 0.001);
+}
+
 TEST_F(ClientTest, TooLargeARequestFailsAtOnceWithItsReason) {
   const auto app = answer();
   EXPECT_EQ(client.send("hold", {{"reason", std::string(MemoryBroadcast::kLargest, 'x')}}, Seconds{8}),

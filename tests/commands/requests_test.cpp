@@ -69,6 +69,13 @@ TEST_F(Requests, ArgsThatAreNoObjectCountAsEmpty) {
   EXPECT_EQ((*reply)["hold"]["reason"], "Asked to stay awake");
 }
 
+TEST_F(Requests, ArgsNestedWithoutEndOverflowNothing) {
+  constexpr std::size_t kDeep = 200000;
+  send(R"({"id": "deep", "cmd": "config", "args": )" + std::string(kDeep, '[') + std::string(kDeep, ']') + "}");
+  send(R"({"id": "next", "cmd": "config"})");
+  EXPECT_TRUE(replyTo("next").has_value());
+}
+
 TEST_F(Requests, LateReplyIsWrittenWhenItComes) {
   send(R"({"id": "r3", "cmd": "energy"})");
   EXPECT_FALSE(replyTo("r3"));

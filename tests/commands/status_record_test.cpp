@@ -42,12 +42,10 @@ TEST_F(StatusRecordTest, HasEveryKeyOfAMachineAtRestAndNoOther) {
 TEST_F(StatusRecordTest, TellsOfTroubleOnlyWhenThereIsSome) {
   engine().blockedReason = "Battery at 10%";
   engine().warning = "w";
-  engine().setupError = "Setup cancelled.";
   engine().holdReason = "a wish";
   const Json without = record();
   EXPECT_EQ(without["blocked_by"], "Battery at 10%");
   EXPECT_EQ(without["warning"], "w");
-  EXPECT_EQ(without["setup_error"], "Setup cancelled.");
   EXPECT_FALSE(without.contains("reason")) << "not holding";
   EXPECT_FALSE(without.contains("saving_now_watts"));
 }
