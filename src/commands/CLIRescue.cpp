@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/CLIContext.h"
+#include "commands/Peers.h"
 #include "core/Json.h"
 #include "observe/Sensors.h"
 #include "safety/Heartbeat.h"
@@ -31,7 +32,13 @@ const char* word(std::optional<bool> value) { return value ? (*value ? "true" : 
 }  // namespace
 
 bool CLI::stopApplication(Context& context) {
-  if (!Heartbeat::appIsAlive(context.machine, context.state)) return true;
+  if (!Heartbeat::appIsAlive(context.machine, context.state)) {
+    // One that was stopped for long finds this when it goes on, and takes nothing again.
+    if (Peers::applicationRuns(context.machine, context.state)) {
+      context.client.attempt("quit", nlohmann::json::object(), Seconds{0});
+    }
+    return true;
+  }
   context.client.attempt("quit", nlohmann::json::object(), kQuitTimeout);
   for (int step = 0; step < kQuitSteps; ++step) {
     if (!Heartbeat::appIsAlive(context.machine, context.state)) return true;

@@ -83,13 +83,13 @@ int CLI::run(Context& context, const Words& words) {
   if (!succeeded(held)) {
     context.output.printError("tovi: " + json::textAt(held, "error").value_or("failed") + " (running anyway)\n");
   }
+  const IgnoredInterrupts ignored;  // before there is a command that one could end without us
   const auto child = context.machine.commands.start("/usr/bin/env", command);
   if (!child) {
     release(context, held);
     context.output.errorLine("tovi: couldn't start " + command.front());
     return kCannotStart;
   }
-  const IgnoredInterrupts ignored;
   if (succeeded(held)) {
     // The hold moves on to the command, so that it ends with the command even if this process is killed before.
     nlohmann::json moved = hold(context, reason, *child);

@@ -1,8 +1,5 @@
 #include "commands/Peers.h"
 
-#include <chrono>
-#include <thread>
-
 #include "commands/CLI.h"
 #include "core/StateFiles.h"
 #include "core/Text.h"
@@ -16,18 +13,12 @@ namespace {
 
 constexpr char kLock[] = "app.lock";
 
-// A look at the lock takes some ten microseconds.
-constexpr int kTries = 5;
-constexpr std::chrono::milliseconds kBetweenTries{2};
+constexpr Seconds kPatience{0.01};  // somebody's look at the lock takes some ten microseconds
 
 }  // namespace
 
 std::unique_ptr<Files::Lock> Peers::takeLock(const Machine& machine, const StateFiles& state) {
-  for (int tries = 1;; ++tries) {
-    auto lock = machine.files.tryLock(state.path(kLock));
-    if (lock || tries == kTries) return lock;
-    std::this_thread::sleep_for(kBetweenTries);
-  }
+  return machine.files.tryLock(state.path(kLock), kPatience);
 }
 
 bool Peers::applicationRuns(const Machine& machine, const StateFiles& state) {

@@ -55,7 +55,7 @@ void limitByBattery(const AwakeReadings& readings, AwakeVerdict& verdict) {
 void limitByHeat(const AwakeReadings& readings, AwakeVerdict& verdict) {
   if (!readings.lidClosed || readings.thermal < ThermalState::serious) {
     verdict.hotSince.reset();
-  } else if (!verdict.hotSince || *verdict.hotSince > readings.now) {  // later than now: the clock was set back
+  } else if (!verdict.hotSince) {
     verdict.hotSince = readings.now;
   }
   const bool hotForLong = verdict.hotSince && secondsBetween(*verdict.hotSince, readings.now) >= kHotMinutes * 60;

@@ -157,8 +157,11 @@ ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
 
 void Engine::applyClosedTargets(std::optional<Preset> preset, const Skip& skip) {
   if (previewOnly_) return;
-  // Somebody else put everything back, for this process looked dead: nothing is touched any more.
-  if (!touched->empty() && !state_.exists("touched.json")) touched = std::vector<Touched>{};
+  // Somebody else put everything back, for this process looked dead; or only took the record away.
+  if (!touched->empty() && !state_.exists("touched.json")) {
+    touched = Journal::undoAll(machine_, touched);
+    Journal::save(machine_, state_, touched);
+  }
   const bool anySlowed = std::ranges::any_of(*touched, [](const Touched& entry) { return !entry.paused; });
   const ClosedTargets targets = closedTargets(preset.value_or(heatForced ? Preset::longest : config->preset), skip);
 

@@ -10,6 +10,7 @@
 #include "platform/MainQueue.h"
 #include "safety/Heartbeat.h"
 #include "safety/Safety.h"
+#include "safety/Watchdog.h"
 
 namespace tovi {
 
@@ -55,7 +56,12 @@ Engine::Engine(const Machine& machine, bool passive)
   // Before anything is put back, so that a watchdog that starts meanwhile leaves it to us.
   Heartbeat::beat(machine_, state_);
   setup().refreshWatchdogScript();
-  recoverFromCrash();
+  {
+    // One that has begun already has to end before we begin, or it would undo what we do.
+    const auto turn = Watchdog::turn(machine_, state_);
+    recoverFromCrash();
+  }
+  sweepLeftovers();
   restoreRuntime();
   startWatching();
   sampler_.sample();
@@ -91,6 +97,7 @@ void Engine::readStored() {
 void Engine::startWatching() {
   observers_.push_back(machine_.power.onWillSleep([this] { macWillSleep(); }));
   observers_.push_back(machine_.power.onDidWake([this] {
+    Heartbeat::beat(machine_, state_);  // it grew old in the sleep
     snoozed = false;
     evaluate();
   }));
@@ -151,14 +158,16 @@ void Engine::refreshFast() {
   if (auto sampled = sampler_.sample(); !sampled.empty()) keepApps(std::move(sampled));
   if (previewOnly_) return;
   // Asking sudo starts a process, which must not hold up whoever asked for figures.
-  machine_.queue.offMain([machine = machine_, report = whileAlive([this](bool ready) {
-                                                if (ready == setupReady) return;
+  machine_.queue.offMain([machine = machine_, report = whileAlive([this](bool ready, bool wakes) {
+                                                if (ready == setupReady && wakes == wakeReady) return;
                                                 setupReady = ready;
+                                                wakeReady = wakes;
+                                                if (ready) setupError.update([](auto& error) { error.reset(); });
                                                 evaluate();
                                               })] {
     const StateFiles state(machine);
-    const bool ready = Setup(machine, state).setupReady();
-    return [report, ready] { report(ready); };
+    const Setup setup(machine, state);
+    return [report, ready = setup.setupReady(), wakes = setup.wakeReady()] { report(ready, wakes); };
   });
 }
 
@@ -174,6 +183,7 @@ void Engine::sampleEnergyNow(std::function<void()> then) {
 void Engine::shutdown() {
   if (previewOnly_) return;
   restoreClosedState();
+  if (statsUnsaved_) saveStats();
   const bool sleepMayBeOff = holding || pendingRelease || adoptedHoldUntil || checkInUntil;
   if (!sleepMayBeOff || switchSleepOn()) {
     state_.remove(state_.path("hold"));

@@ -58,6 +58,7 @@ AwakeReadings Engine::awakeReadings() const {
 }
 
 void Engine::evaluate() {
+  followClock();
   if (!setupReady) {
     if (holding) endHold("Setup needs repair");
     return;
@@ -126,8 +127,7 @@ void Engine::startHold(const std::optional<std::string>& reason) {
     return;
   }
   if (holdFailedAt) {
-    const double since = secondsBetween(*holdFailedAt, now());
-    if (since >= 0 && since < kHoldRetrySeconds) return;  // negative: the clock was set back
+    if (secondsBetween(*holdFailedAt, now()) < kHoldRetrySeconds) return;
   }
   // No marker, no switch: a hold without it could never be cleaned up after a crash.
   const std::string marker = state_.path("hold");

@@ -20,6 +20,7 @@ constexpr double kLockChecks[] = {2, 6, 12};
 }  // namespace
 
 void Engine::lidChanged(bool closed) {
+  followClock();
   lidClosed = closed;
   if (closed) {
     if (holding) enterClosed();

@@ -1,12 +1,14 @@
 // What outlives a run: explicit holds, the safety settings last accepted, edits of the settings file; and the
 // cleaning up after a run that died.
 
-#include <nlohmann/json.hpp>
-
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <cmath>
+#include <nlohmann/json.hpp>
+
 #include "core/Json.h"
+#include "core/Text.h"
 #include "engine/Engine.h"
 #include "observe/DisplayPower.h"
 #include "observe/SystemSwitches.h"
@@ -27,27 +29,34 @@ void Engine::saveRuntime() {
   if (previewOnly_) return;
   json::Value list = json::Value::array();
   for (const Hold& hold : *holds) list.push_back(hold.toJson());
-  state_.writeAtomically(json::pretty({{"holds", std::move(list)}}), state_.path("runtime.json"));
+  const json::Value clock{{"boot", bootMark()}, {"offset", json::rounded(clockOffset(), 3)}};
+  state_.writeAtomically(json::pretty({{"holds", std::move(list)}, {"clock", clock}}), state_.path("runtime.json"));
 }
 
 void Engine::restoreRuntime() {
   const auto text = state_.read("runtime.json");
   const auto document = text ? json::parseObject(*text) : std::nullopt;
   const json::Value* list = document ? json::member(*document, "holds") : nullptr;
-  if (list == nullptr || !list->is_array()) return;
-  const Date at = now();
-  std::vector<Hold> kept;
-  for (const json::Value& entry : *list) {
-    auto hold = Hold::fromJson(entry);
-    if (!hold) return;
-    if (hold->until && *hold->until < at) continue;
-    if (hold->pid) {
-      const auto start = machine_.processes.startTime(*hold->pid);
-      if (!start || start != hold->pidStart) continue;
+  std::vector<Hold> stored;
+  if (list != nullptr && list->is_array()) {
+    for (const json::Value& entry : *list) {
+      auto hold = Hold::fromJson(entry);
+      if (!hold) return;
+      stored.push_back(std::move(*hold));
     }
-    kept.push_back(std::move(*hold));
   }
-  holds = std::move(kept);
+  holds = std::move(stored);
+  settleClock(document ? json::member(*document, "clock") : nullptr);
+
+  const Date at = now();
+  holds.update([&](std::vector<Hold>& all) {
+    std::erase_if(all, [&](const Hold& hold) {
+      if (hold.until && *hold.until < at) return true;
+      if (!hold.pid) return false;
+      const auto start = machine_.processes.startTime(*hold.pid);
+      return !start || start != hold.pidStart;
+    });
+  });
 }
 
 void Engine::recoverFromCrash() {
@@ -66,11 +75,35 @@ void Engine::recoverFromCrash() {
   state_.remove(state_.path("hold"));
 }
 
+// Files that a process left half-written as it was killed, and replies that nobody fetched.
+void Engine::sweepLeftovers() {
+  constexpr double kReplyKept = 3600;  // seconds; whoever asked has long given up
+  for (const std::string& folder : {state_.dir(), state_.path("replies")}) {
+    for (const std::string& name : machine_.files.list(folder).value_or(std::vector<std::string>{})) {
+      const std::string path = folder + "/" + name;
+      const auto mark = name.rfind(".tmp");
+      const auto writer = mark == std::string::npos ? std::nullopt : text::decimal<Pid>(name.substr(mark + 4));
+      bool left = writer && !machine_.processes.exists(*writer);
+      if (folder != state_.dir() && name.ends_with(".json")) {
+        const auto status = machine_.files.status(path);
+        left = status && std::abs(secondsBetween(status->modified, now())) > kReplyKept;
+      }
+      if (left) machine_.files.remove(path);
+    }
+  }
+}
+
 void Engine::configFileChanged() {
   const auto text = state_.read("config.json");
   auto edited = text ? Config::decode(*text) : std::nullopt;
   if (!edited || *edited == config) return;
-  apply(std::move(*edited), false);
+  // Taken as it will stand, lest what it loosens count for a moment: that would unlatch the battery limit.
+  const Config asWritten = *edited;
+  if (!previewOnly_) {
+    if (const auto accepted = Safety::load(state_)) accepted->tighten(edited->heatGuard, edited->batteryFloor);
+  }
+  apply(*edited, false);
+  config = asWritten;
   enforceSafety();
 }
 

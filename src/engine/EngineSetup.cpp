@@ -11,11 +11,13 @@
 namespace tovi {
 
 void Engine::runSetup(std::function<void()> then) {
-  if (previewOnly_) {
+  if (previewOnly_ || settingUp_) {  // one dialog at a time
     if (then) then();
     return;
   }
+  settingUp_ = true;
   auto finished = whileAlive([this, then = std::move(then)](const SetupError& failure, bool ready, bool wakes) {
+    settingUp_ = false;
     setupError = failure;
     setupReady = ready;
     wakeReady = wakes;
@@ -32,19 +34,14 @@ void Engine::runSetup(std::function<void()> then) {
   });
 }
 
-// The sleep switch can disagree with us: a hold began or ended while set-up proved its permission by it, or a rescue
-// took this process for dead while it was only stopped.
+// The sleep switch can disagree with us: a hold began while set-up proved its permission by it, or a rescue took this
+// process for dead while it was only stopped.
 void Engine::settleSwitch() {
-  if (!setupReady) return;
-  const auto off = Registry::sleepDisabled(machine_);
-  if (holding && off == false) {
-    if (switchSleepOff()) {
-      clearWarning(warnings::kHoldRefused);
-    } else {
-      raiseWarning(warnings::kHoldRefused);
-    }
-  } else if (!holding && off == true && !state_.exists("hold")) {
-    switchSleepOn();
+  if (!setupReady || !holding || Registry::sleepDisabled(machine_) != false) return;
+  if (switchSleepOff()) {
+    clearWarning(warnings::kHoldRefused);
+  } else {
+    raiseWarning(warnings::kHoldRefused);
   }
 }
 
@@ -69,24 +66,27 @@ SetupError Engine::uninstallHelper() {
 
 void Engine::checkWatchdog() {
   if (previewOnly_ || !setupReady) return;
-  auto checked = whileAlive([this](bool loaded, bool repaired) {
-    if (repaired) watchdogRepairTried_ = true;
-    if (!loaded) {
-      raiseWarning(warnings::kWatchdogMissing);
-    } else if (!warningStillTrue()) {
-      warning = std::nullopt;
-    }
+  machine_.queue.offMain([machine = machine_, checked = whileAlive([this](bool loaded) { watchdogSeen(loaded); })] {
+    const StateFiles state(machine);
+    return MainQueue::Task([checked, loaded = Setup(machine, state).watchdogLoaded()] { checked(loaded); });
   });
-  machine_.queue.offMain([machine = machine_, mayRepair = !watchdogRepairTried_, checked]() -> MainQueue::Task {
+}
+
+void Engine::watchdogSeen(bool loaded) {
+  if (loaded) {
+    if (!warningStillTrue()) warning = std::nullopt;
+    return;
+  }
+  if (watchdogRepairTried_ || !setupReady) {  // not ready: it was removed on purpose meanwhile
+    if (setupReady) raiseWarning(warnings::kWatchdogMissing);
+    return;
+  }
+  watchdogRepairTried_ = true;
+  machine_.queue.offMain([machine = machine_, checked = whileAlive([this](bool back) { watchdogSeen(back); })] {
     const StateFiles state(machine);
     const Setup setup(machine, state);
-    bool loaded = setup.watchdogLoaded();
-    const bool repair = !loaded && mayRepair && setup.watchdogReady();  // not what was removed on purpose meanwhile
-    if (repair) {
-      (void)setup.installWatchdog();  // what counts is whether it is loaded afterwards
-      loaded = setup.watchdogLoaded();
-    }
-    return [checked, loaded, repair] { checked(loaded, repair); };
+    (void)setup.installWatchdog();  // what counts is whether it is loaded afterwards
+    return MainQueue::Task([checked, back = setup.watchdogLoaded()] { checked(back); });
   });
 }
 

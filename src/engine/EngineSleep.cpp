@@ -8,6 +8,7 @@
 #include "engine/Warnings.h"
 #include "platform/Assertions.h"
 #include "platform/Clock.h"
+#include "safety/Heartbeat.h"
 
 namespace tovi {
 
@@ -34,6 +35,7 @@ std::optional<int> WakePlan::nextStep(std::optional<double> untilWake, int check
 }
 
 void Engine::macWillSleep() {
+  followClock();
   if (receipt.get() && receipt.get()->sleepRequestedAt && !receipt.get()->sleptAt) {
     receipt.update([&](std::optional<Receipt>& record) { record->sleptAt = now(); });
   }
@@ -57,6 +59,9 @@ void Engine::scheduleWake() {
 }
 
 void Engine::poweredOn() {
+  // The beat grew old in the sleep, and the watchdog may run before the next tick.
+  if (!previewOnly_) Heartbeat::beat(machine_, state_);
+  followClock();
   // The cached lid may be stale on a dark wake.
   if (previewOnly_ || holding || checkInUntil || !Registry::lidClosed(machine_)) return;
   const Date at = now();

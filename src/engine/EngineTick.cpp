@@ -24,6 +24,7 @@ void Engine::tick() {
   const auto every = [this](std::int64_t count) { return ticks % count == 0; };
 
   Heartbeat::beat(machine_, state_);
+  followClock();
   retrySleep();
   if (const bool closed = Registry::lidClosed(machine_); closed != lidClosed) lidChanged(closed);
   if (panelOpen || every(5)) readBattery();
@@ -37,6 +38,7 @@ void Engine::tick() {
   if (holding) state_.touch(state_.path("hold"));
   if (holding && every(5)) settleSwitch();
   if (ticks % 150 == 3) checkWatchdog();
+  if (statsUnsaved_ && every(30)) saveStats();
   if (pendingRelease) retryRelease();
   if (every(5)) reloadConfigIfEdited();
   evaluate();

@@ -207,6 +207,16 @@ void AgentWatcher::sample(const std::vector<WatchedApp>& custom, bool requests,
   state_->lastMark = look.mark;
 }
 
+void AgentWatcher::moveDates(double by) {
+  for (AgentSession& session : sessions_) {
+    if (session.lastActive != kDistantPast) session.lastActive = session.lastActive + by;
+  }
+  for (SleepBlocker& blocker : blockers_) blocker.since = blocker.since + by;
+  for (auto& [key, seen] : state_->requestFirstSeen) seen = seen + by;
+  // Files of before have dates of the old clock, which can't be compared with those to come.
+  state_->transcripts.forget();
+}
+
 const AgentKind* AgentWatcher::match(const Machine& machine, Pid pid, std::string_view path) {
   const std::string_view name = lastComponent(path);
   for (const AgentKind& kind : AgentKind::all()) {

@@ -28,6 +28,9 @@ class AgentWatcher {
   // own, matched before the known ones.
   void sample(const std::vector<WatchedApp>& custom, bool requests, const std::vector<AgentKind>& extraKinds);
 
+  // The clock has been set: moves what is remembered of it by so many seconds.
+  void moveDates(double by);
+
   const std::vector<AgentSession>& sessions() const { return sessions_; }          // most recently active first
   const std::unordered_set<Pid>& protectedPids() const { return protectedPids_; }  // agents' trees, their ancestors
   const std::set<std::string, std::less<>>& protectedBundles() const { return protectedBundles_; }  // ".app" paths

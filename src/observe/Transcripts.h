@@ -22,6 +22,8 @@ class Transcripts {
   // look at a folder never tells of a change.
   std::set<std::string, std::less<>> changedKinds();
 
+  void forget() { newestSeen_.clear(); }  // the next look is again the first
+
  private:
   bool changed(const std::string& folder);
   std::optional<Date> newest(std::string& path, int depth, int& budget) const;

@@ -66,12 +66,13 @@ class Files {
   virtual std::optional<std::string> resolve(const std::string& path) = 0;
 
   // An exclusive advisory lock on a file made for it (mode 0600), held until the handle goes or the process
-  // dies; null if somebody else holds it or the file can't be opened.
+  // dies; null if the file can't be opened, or somebody else holds it and still does after `patience`. Time of
+  // the machine in memory doesn't pass while somebody waits.
   class Lock {
    public:
     virtual ~Lock() = default;
   };
-  virtual std::unique_ptr<Lock> tryLock(const std::string& path) = 0;
+  virtual std::unique_ptr<Lock> tryLock(const std::string& path, Seconds patience = Seconds{0}) = 0;
 };
 
 }  // namespace tovi

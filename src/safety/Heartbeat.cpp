@@ -24,7 +24,8 @@ namespace {
 constexpr char kAlive[] = "alive";
 
 // A beat comes every few seconds, but none while the machine sleeps: a process that is known to be ours gets the
-// time of a long nap. Without its identity a file's age is all there is, so it must be fresh.
+// time of a long nap. Without its identity a file's age is all there is, so it must be fresh. A beat of the future is
+// as far off as one of the past: the clock was set back since.
 constexpr double kIdentifiedLimit = 900;
 constexpr double kAnonymousLimit = 90;
 
@@ -58,12 +59,12 @@ bool Heartbeat::appIsAlive(const Machine& machine, const StateFiles& state) {
   }
   if (numbers.size() != 3) {
     const auto status = machine.files.status(state.path(kAlive));
-    return now - unixSeconds(status ? status->modified : kDistantPast) < kAnonymousLimit;
+    return std::abs(now - unixSeconds(status ? status->modified : kDistantPast)) < kAnonymousLimit;
   }
   const auto [time, pid, start] = std::tie(numbers[0], numbers[1], numbers[2]);
   if (start == 0 || pid > static_cast<std::uint64_t>(std::numeric_limits<Pid>::max())) return false;
   return machine.processes.startTime(static_cast<Pid>(pid)) == start &&
-         now - static_cast<double>(time) < kIdentifiedLimit;
+         std::abs(now - static_cast<double>(time)) < kIdentifiedLimit;
 }
 
 }  // namespace tovi

@@ -24,6 +24,11 @@ std::optional<Safety> Safety::load(const StateFiles& state) {
   return Safety{*guard, static_cast<int>(std::clamp<std::int64_t>(*floor, 0, Config::kMostBatteryFloor))};
 }
 
+void Safety::tighten(bool& guard, int& floor) const {
+  guard = guard || heatGuard;
+  floor = std::max(floor, batteryFloor);
+}
+
 void Safety::save(const StateFiles& state) const {
   const json::Value record{{"heatGuard", heatGuard}, {"batteryFloor", batteryFloor}};
   state.writeDurably(json::compact(record), state.path(kSafety));

@@ -15,6 +15,9 @@ struct Safety {
 
   static std::optional<Safety> load(const StateFiles& state);  // absent: no record, or not one
   void save(const StateFiles& state) const;                    // best effort
+
+  // The given settings as they may be from outside: never looser than these.
+  void tighten(bool& guard, int& floor) const;
 };
 
 }  // namespace tovi

@@ -99,7 +99,11 @@ bool proveRule(const Machine& machine, const StateFiles& state) {
   const Shell shell(machine.commands);
   const bool holding = state.exists("hold") && Registry::sleepDisabled(machine) == true;
   const bool accepted = shell.run("/usr/bin/sudo", {"-n", kPmset, "-a", "disablesleep", "0"}).code == 0;
-  if (accepted && holding) shell.pmsetRoot({"-a", "disablesleep", "1"});
+  if (accepted && holding) {
+    shell.pmsetRoot({"-a", "disablesleep", "1"});
+    // It may have ended while we looked, and nobody switches back what has no marker.
+    if (!state.exists("hold")) shell.pmsetRoot({"-a", "disablesleep", "0"});
+  }
   return accepted;
 }
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "agents/AutoApprove.h"
 #include "core/Shell.h"
 #include "core/StateFiles.h"
 #include "core/Text.h"
@@ -32,8 +33,16 @@ bool releaseSleep(const Machine& machine, const StateFiles& state) {
 
 }  // namespace
 
+std::unique_ptr<Files::Lock> Watchdog::turn(const Machine& machine, const StateFiles& state) {
+  constexpr Seconds kPatience{5};
+  return machine.files.tryLock(state.path("recovery.lock"), kPatience);
+}
+
 std::string Watchdog::run(const Machine& machine, const StateFiles& state, bool force) {
-  if (!force && Heartbeat::appIsAlive(machine, state)) return "alive";
+  const auto alive = [&] { return !force && Heartbeat::appIsAlive(machine, state); };
+  if (alive()) return "alive";
+  const auto held = turn(machine, state);
+  if (alive()) return "alive";  // it has started meanwhile
 
   Journal::undoLegacyFiles(machine, state);
   const auto left = Journal::undoAll(machine, Journal::load(state));
@@ -62,6 +71,10 @@ std::vector<std::string> Watchdog::outstanding(const Machine& machine, const Sta
   }
   if (PowerMode::lowSet(state)) items.emplace_back("Low Power Mode changed");
   if (TimeMachine::paused(state)) items.emplace_back("Time Machine automatic backups paused");
+  if (AutoApprove::isOn(state)) {
+    items.emplace_back(
+        "Approve everything is on: Claude Code and Codex run without asking (turn off in Settings › AI)");
+  }
   if (state.exists("brightness-restore")) items.emplace_back("screen dimmed to zero");
   if (state.exists("display-off")) items.emplace_back("built-in screen switched off");
   return items;

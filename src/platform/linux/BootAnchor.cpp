@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/FileLock.h"
 #include "platform/linux/LinuxFiles.h"
 #include "platform/linux/SystemFile.h"
 
@@ -50,13 +51,10 @@ std::optional<Microseconds> noted(int folder, std::string_view bootId) {
 
 // Whoever holds the folder's lock is the only one to make the anchor. Never waits longer than a second: without
 // the lock (some network file systems know none) the worst is that two processes of one moment differ.
+// Without the lock if it can't be had: two that agree on an anchor at once agree all the same.
 FileDescriptor lockFolder(const std::string& folder) {
   FileDescriptor handle{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-  for (int attempt = 0; handle && attempt < 200; ++attempt) {
-    if (::flock(handle.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) break;
-    const timespec moment{0, 5'000'000};
-    ::nanosleep(&moment, nullptr);
-  }
+  if (handle) lockWithin(handle.get(), Seconds{1});
   return handle;
 }
 

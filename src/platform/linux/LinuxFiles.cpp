@@ -13,6 +13,7 @@
 #include <cstdlib>
 
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/FileLock.h"
 
 namespace tovi {
 namespace {
@@ -169,9 +170,9 @@ std::optional<std::string> LinuxFiles::resolve(const std::string& path) {
   return std::string{resolved.get()};
 }
 
-std::unique_ptr<Files::Lock> LinuxFiles::tryLock(const std::string& path) {
+std::unique_ptr<Files::Lock> LinuxFiles::tryLock(const std::string& path, Seconds patience) {
   FileDescriptor file{::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600)};
-  if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) return nullptr;
+  if (!file || !lockWithin(file.get(), patience)) return nullptr;
   return std::make_unique<HeldLock>(std::move(file));
 }
 

@@ -21,7 +21,7 @@ class LinuxFiles : public Files {
   bool setModified(const std::string& path, Date date) override;
   bool setMode(const std::string& path, unsigned mode) override;
   std::optional<std::string> resolve(const std::string& path) override;
-  std::unique_ptr<Lock> tryLock(const std::string& path) override;
+  std::unique_ptr<Lock> tryLock(const std::string& path, Seconds patience = Seconds{0}) override;
 };
 
 }  // namespace tovi

@@ -1,5 +1,7 @@
 #include "platform/simulated/FolderStore.h"
 
+#include "platform/linux/FileLock.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -42,12 +44,10 @@ FileDescriptor openFile(const std::string& path, int flags) {
   return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0644));
 }
 
-// Waits for its turn.
-FileDescriptor lockFile(const std::string& path, int kind) {
+// Waits for its turn, but not for one that was stopped while it had the lock.
+FileDescriptor lockFile(const std::string& path) {
   FileDescriptor lock = openFile(path, O_RDWR | O_CREAT);
-  while (lock && ::flock(lock.get(), kind) != 0) {
-    if (errno != EINTR) lock.reset();
-  }
+  if (lock && !lockWithin(lock.get(), Seconds{5})) lock.reset();
   return lock;
 }
 
@@ -95,7 +95,7 @@ void FolderStore::make() {
   switches_ = std::make_shared<LaptopSwitches>();
   told_ = report_;
   if (!files_.makeFolders(folder_)) return;
-  const FileDescriptor lock = lockFile(file("lock"), LOCK_EX);
+  const FileDescriptor lock = lockFile(file("lock"));
   if (!lock) return;
   if (!files_.exists(file(kReport))) replaceFile(kReport, report_->toJson());
   refresh();
@@ -211,7 +211,7 @@ bool FolderStore::change(std::string_view, const Edit& edit) {
 
 bool FolderStore::changeLocked(const Edit& edit) {
   make();
-  const FileDescriptor lock = lockFile(file("lock"), LOCK_EX);
+  const FileDescriptor lock = lockFile(file("lock"));
   if (!lock) return false;
   refresh();
   LaptopReport report = *report_;
@@ -307,7 +307,8 @@ bool FolderStore::setDisplayAssertion(bool held) {
   make();
   displayAssertion_.reset();
   if (held) {
-    displayAssertion_ = lockFile(file("display-assertion"), LOCK_SH);
+    displayAssertion_ = openFile(file("display-assertion"), O_RDWR | O_CREAT);
+    if (displayAssertion_ && ::flock(displayAssertion_.get(), LOCK_SH) != 0) displayAssertion_.reset();
     if (!displayAssertion_) return false;
   }
   // Without a holder the change clears the switch by itself.

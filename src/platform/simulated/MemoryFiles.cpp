@@ -342,7 +342,7 @@ std::optional<std::string> MemoryFiles::resolve(const std::string& path) {
   return whole.empty() ? "/" : whole;
 }
 
-std::unique_ptr<Files::Lock> MemoryFiles::tryLock(const std::string& path) {
+std::unique_ptr<Files::Lock> MemoryFiles::tryLock(const std::string& path, Seconds) {
   if (faults_.dead()) return nullptr;
   Walk at = walk(path, Last::follow);
   if (!at.node) {

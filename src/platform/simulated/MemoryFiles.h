@@ -36,7 +36,7 @@ class MemoryFiles final : public Files, public FileEvents {
   bool setModified(const std::string& path, Date date) override;
   bool setMode(const std::string& path, unsigned mode) override;
   std::optional<std::string> resolve(const std::string& path) override;
-  std::unique_ptr<Lock> tryLock(const std::string& path) override;
+  std::unique_ptr<Lock> tryLock(const std::string& path, Seconds patience = Seconds{0}) override;
 
   // Several changes before the next turn give one call.
   Registration watch(const std::string& folder, const std::string& name, std::function<void()> call) override;
