@@ -1,5 +1,7 @@
 #include "app/AppDelegate.h"
 
+#include <fmt/format.h>
+
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -15,6 +17,12 @@
 #include "ui/StatusController.h"
 
 namespace tovi {
+
+namespace {
+
+constexpr Seconds kAnnouncement{2};
+
+}  // namespace
 
 AppDelegate::AppDelegate(const Machine& machine, WindowSystem* windows)
     : machine_(machine), windows_(windows), hotkey_(windows) {}
@@ -68,6 +76,12 @@ void AppDelegate::shouldHandleReopen() {
   if (ui_) ui_->showMainWindow();
 }
 
+std::optional<Menu> AppDelegate::dockMenu() {
+  if (!ui_) return std::nullopt;
+  return QuickMenu::build(
+      *engine_, [this] { ui_->showMainWindow(); }, [this] { ui_->showSettings(); });
+}
+
 void AppDelegate::willTerminate() {
   if (engine_) engine_->shutdown();
 }
@@ -78,9 +92,10 @@ void AppDelegate::observeSettings() {
 
 void AppDelegate::applyAppearanceSettings() {
   const Config& config = engine_->config;
-  const Applied wanted{config.showInDock, config.hotkey, config.appearance};
+  const Applied wanted{config.showInDock, config.hotkey, config.notchIsland, config.appearance};
   if (applied_ == wanted) return;
   if (!applied_ || applied_->hotkey != wanted.hotkey) hotkey_.setRegistered(wanted.hotkey);
+  if (!applied_ || applied_->island != wanted.island) ui_->island().setEnabled(wanted.island);
   if (windows_ != nullptr) {
     // Leaving the Dock would hide a window that is in use.
     if ((!applied_ || applied_->dock != wanted.dock) && (wanted.dock || !windows_->ordinaryWindowVisible())) {
@@ -106,6 +121,8 @@ void AppDelegate::cycleMode() {
       engine_->apply(std::move(next), true);
       break;
   }
+  ui_->island().announce(fmt::format("{}: {}", modeLabel(engine_->config->mode), engine_->statusLine()),
+                         "⌃⌥⌘A to change", engine_->holding, kAnnouncement);
   machine_.notices.play("Tink");
 }
 

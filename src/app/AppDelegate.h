@@ -8,6 +8,7 @@
 #include "platform/Files.h"
 #include "platform/Types.h"
 #include "ui/Hotkey.h"
+#include "ui/QuickMenu.h"
 #include "ui/WindowSystem.h"
 
 namespace tovi {
@@ -31,6 +32,9 @@ class AppDelegate {
   // The person opened the program again.
   void shouldHandleReopen();
 
+  // The menu of the Dock; none on a passive copy.
+  std::optional<Menu> dockMenu();
+
   void willTerminate();
 
   // What the hot key does: off, When Busy, Always, and off again.
@@ -45,6 +49,7 @@ class AppDelegate {
   struct Applied {
     bool dock = false;
     bool hotkey = false;
+    bool island = false;
     AppearanceChoice look = AppearanceChoice::system;
 
     friend bool operator==(const Applied&, const Applied&) = default;

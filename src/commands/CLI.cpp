@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "commands/CLIContext.h"
@@ -157,6 +158,7 @@ constexpr Row kRows[] = {
     {{"release"}, release, 0, 1},
     {{"run"}, CLI::run, 0, kAny},
     {{"mcp"}, CLI::mcp},
+    {{"connect"}, CLI::connect, 0, 1},
     {{"wake-at", "wake_at"}, wakeAt, 1, 1, {kFor}, "tovi wake-at HH:MM [--for 30m] | off"},
     {{"check-in", "check_in"}, checkIn, 1, 1, {}, "tovi check-in 0|15|30|60"},
     {{"preset"}, preset, 1, 1, {}, "tovi preset max_battery|balanced|full_speed"},
@@ -166,7 +168,7 @@ constexpr Row kRows[] = {
     {{"set"}, set, 2, 2, {}, "tovi set <key> <value>"},
     {{"config"}, config},
     {.names = {"settings", "schema"}, .run = CLI::settings, .raw = true},
-    {.names = {"power"}, .run = askRaw, .raw = true},
+    {.names = {"power"}, .run = CLI::power, .most = kAny, .raw = true},
     {{"open"}, open, 0, 1},
     {{"snapshot"}, snapshot, 0, 2},
     {{"island"}, island, 0, 2},
@@ -241,7 +243,6 @@ int CLI::main(const Words& words, const Ground& ground) {
   const auto row =
       std::ranges::find_if(kRows, [&](const Row& r) { return std::ranges::find(r.names, word) != r.names.end(); });
   if (row == std::end(kRows) || word.empty()) return unknown(ground.output, word);
-  if (word == "power" && words.size() > 1 && words[1] == "test") return unknown(ground.output, "power test");
   Sorted read = sorted(words, *row);
   if (row->most != kAny && (has(read.plain, "-h") || has(read.plain, "--help"))) {
     ground.output.print(CLITexts::kUsage);
@@ -258,6 +259,19 @@ int CLI::main(const Words& words, const Ground& ground) {
   read.plain.insert(read.plain.end(), read.options.begin(), read.options.end());
   Context context(ground);
   return row->run(context, read.plain);
+}
+
+std::vector<CLI::Vocable> CLI::vocabulary() {
+  std::vector<Vocable> words;
+  for (const Row& row : kRows) {
+    Vocable word;
+    std::ranges::copy_if(row.names, std::back_inserter(word.names), [](auto name) { return !name.empty(); });
+    std::ranges::copy_if(row.options, std::back_inserter(word.options), [](auto name) { return !name.empty(); });
+    if (row.raw) word.options.push_back("--json");
+    words.push_back(std::move(word));
+  }
+  for (const TextRow& row : kTexts) words.push_back({{row.word}, {}});
+  return words;
 }
 
 }  // namespace tovi

@@ -37,6 +37,18 @@ struct Ground {
 // program that `run` started ended with, 127 if it couldn't start.
 int main(const Words& words, const Ground& ground);
 
+// A word as it can be typed, with the options that go with it.
+struct Vocable {
+  std::vector<std::string_view> names;  // the first is the usual one
+  std::vector<std::string_view> options;
+};
+
+// Every word that the tool knows.
+std::vector<Vocable> vocabulary();
+
+// The agents that `connect` knows.
+std::vector<std::string_view> connectWords();
+
 // The word after the first `name`; absent if `name` isn't there or is the last.
 std::optional<std::string> flag(std::string_view name, const Words& words);
 
@@ -45,6 +57,9 @@ std::optional<double> parseDuration(std::string_view text);
 
 // Prints a reply for people, or as it is with `raw`; gives the exit code.
 int show(const nlohmann::json& reply, bool raw, Output& output);
+
+// The same for a power report: where the watts go, and what would cut them.
+int showPower(const nlohmann::json& reply, bool raw, Output& output);
 
 // Lists the settings that a reply describes, with what each does; a reply without any is shown as above.
 int showSettings(const nlohmann::json& reply, Output& output);

@@ -34,7 +34,7 @@ constexpr Seconds kUsualTimeout{8};
 using Word = int(Context& context, const Words& words);  // words[0] is the word itself
 
 // Those that stand in files of their own.
-Word run, mcp, watchdog, doctor, rescue, setup, uninstall, settings;
+Word run, mcp, watchdog, doctor, rescue, setup, uninstall, settings, connect, power;
 
 // Asks a running application to end and waits a while for it; whether none is alive afterwards.
 bool stopApplication(Context& context);

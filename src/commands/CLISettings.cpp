@@ -53,9 +53,12 @@ int CLI::showSettings(const nlohmann::json& reply, Output& output) {
   }
   const auto lines = columnLines(rows, output.isTerminal());
   for (std::size_t at = 0; at < lines.size(); ++at) {
-    output.line(lines[at]);
+    // The key stands out; padding may follow it.
+    const std::size_t end = std::min(rows[at][0].size(), lines[at].size());
+    output.line(output.shown(lines[at].substr(0, end), Output::Ink::strong) + output.shown(lines[at].substr(end)));
     for (const char* key : {"description", "note"}) {
-      if (const auto text = json::textAt((*settings)[at], key)) output.line("  " + *text);
+      const auto text = json::textAt((*settings)[at], key);
+      if (text) output.line("  " + output.shown(*text, Output::Ink::faint));
     }
   }
   output.line("\nChange with: tovi set <key> <value>. Per-app rules: tovi rule <app> leave|slow|pause. File: " +

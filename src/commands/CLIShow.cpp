@@ -49,6 +49,10 @@ std::string activity(const json::Value& session) {
   return minutes < 0 ? "idle" : fmt::format("idle for {} min", minutes);
 }
 
+void printRows(const std::vector<ColumnRow>& rows, Output& output) {
+  for (const std::string& line : columnLines(rows, output.isTerminal())) output.line(output.shown(line));
+}
+
 void printSessions(const json::Value& reply, Output& output) {
   std::vector<ColumnRow> rows;
   for (const json::Value& session : listAt(reply, "watching")) {
@@ -58,14 +62,25 @@ void printSessions(const json::Value& reply, Output& output) {
     }
     rows.push_back({std::move(name), textOr(session, "project"), activity(session)});
   }
-  for (const std::string& line : columnLines(rows, output.isTerminal())) output.line(line);
+  printRows(rows, output);
+}
+
+std::string beforeAndAfter(const json::Value& measured) {
+  return fmt::format("{:6.2f} W → {:6.2f} W", numberOrZero(measured, "before_watts"),
+                     numberOrZero(measured, "after_watts"));
 }
 
 void printApps(const json::Value& apps, Output& output) {
+  std::vector<ColumnRow> rows;
   for (const json::Value& app : apps) {
-    output.line(fmt::format("  {:6.2f} W  {}  ({})", numberOrZero(app, "watts"), textOr(app, "name"),
-                            textOr(app, "while_closed")));
+    if (json::member(app, "before_watts") != nullptr) {
+      rows.push_back({"  " + beforeAndAfter(app), textOr(app, "name"), ""});
+      continue;
+    }
+    rows.push_back({fmt::format("  {:6.2f} W", numberOrZero(app, "watts")), textOr(app, "name"),
+                    fmt::format("({})", textOr(app, "while_closed"))});
   }
+  printRows(rows, output);
 }
 
 }  // namespace
@@ -77,26 +92,29 @@ int CLI::show(const nlohmann::json& reply, bool raw, Output& output) {
     return failed ? 1 : 0;
   }
   if (failed) {
-    output.errorLine("tovi: " + textOr(reply, "error", "failed"));
+    output.errorLine("tovi: " + output.shown(textOr(reply, "error", "failed")));
     return 1;
   }
-  if (const auto status = json::textAt(reply, "status")) output.line(*status);
-  if (const auto* hold = json::member(reply, "hold")) output.line(holdLine(*hold));
-  if (const auto* battery = json::member(reply, "battery")) output.line(batteryLine(*battery));
+  const auto say = [&](std::string_view text, Output::Ink ink = Output::Ink::plain) {
+    output.line(output.shown(text, ink));
+  };
+  if (const auto status = json::textAt(reply, "status")) say(*status, Output::Ink::strong);
+  if (const auto* hold = json::member(reply, "hold")) say(holdLine(*hold));
+  if (const auto* battery = json::member(reply, "battery")) say(batteryLine(*battery));
   if (const auto hours = json::numberAt(reply, "hours_left_closed")) {
-    output.line(fmt::format("lid closed: ≈{:.1f} h left (≈{:.1f} W, estimated)", *hours,
-                            numberOrZero(reply, "closed_estimate_watts")));
+    say(fmt::format("lid closed: ≈{:.1f} h left (≈{:.1f} W, estimated)", *hours,
+                    numberOrZero(reply, "closed_estimate_watts")));
   }
-  if (const auto warning = json::textAt(reply, "warning")) output.line("note: " + *warning);
+  if (const auto warning = json::textAt(reply, "warning")) say("note: " + *warning);
   std::vector<std::string> left;
   for (const json::Value& item : listAt(reply, "not_put_back_yet")) left.push_back(json::asText(item).value_or(""));
-  if (!left.empty()) output.line(fmt::format("not put back yet: {}", fmt::join(left, ", ")));
+  if (!left.empty()) say(fmt::format("not put back yet: {}", fmt::join(left, ", ")));
   printSessions(reply, output);
   printApps(listAt(reply, "apps"), output);
   printApps(listAt(reply, "apps_using_energy"), output);
-  if (const auto released = json::integerAt(reply, "released")) output.line(fmt::format("released {}", *released));
-  if (const auto path = json::textAt(reply, "path")) output.line(*path);
-  if (const auto* config = json::member(reply, "config")) output.line(Wire::json(*config));
+  if (const auto released = json::integerAt(reply, "released")) say(fmt::format("released {}", *released));
+  if (const auto path = json::textAt(reply, "path")) say(*path);
+  if (const auto* config = json::member(reply, "config")) say(Wire::json(*config));
   return 0;
 }
 

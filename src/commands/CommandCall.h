@@ -10,6 +10,7 @@
 
 namespace tovi {
 
+class DelayedCalls;
 class Engine;
 class StatusController;
 
@@ -18,6 +19,7 @@ struct CommandCall {
   StatusController& ui;
   std::function<void(const nlohmann::json&)> reply;  // called exactly once, at once or later
   std::weak_ptr<const bool> center;                  // gone: the program ends, and nobody is to be answered
+  DelayedCalls& later;                               // for what follows after a while; it goes with the center
 
   void succeed() const;                             // "ok" and the status line
   void succeed(const nlohmann::json& extra) const;  // and the keys of `extra`
@@ -36,9 +38,11 @@ Handler mode, track, sleepNow, hold, release, releaseOwn, releasePid, wake, over
 // Presets, rules and lists.
 Handler preset, rule, watch, agent;
 // The program itself.
-Handler open, settings, quit;
+Handler open, settings, snapshot, island, quit;
 // Settings under their public names.
 Handler schema, set;
+// Watts.
+Handler power, powerTest, measure, panel;
 
 }  // namespace handlers
 }  // namespace tovi

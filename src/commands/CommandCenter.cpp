@@ -38,8 +38,14 @@ constexpr Command kCommands[] = {
     {"agent", handlers::agent},
     {"set", handlers::set},
     {"schema", handlers::schema},
+    {"power", handlers::power},
+    {"power_test", handlers::powerTest},
+    {"measure", handlers::measure},
+    {"panel", handlers::panel},
     {"open", handlers::open},
     {"settings", handlers::settings},
+    {"snapshot", handlers::snapshot},
+    {"island", handlers::island},
     {"quit", handlers::quit},
 };
 
@@ -56,7 +62,7 @@ void CommandCall::succeed(const nlohmann::json& extra) const {
 void CommandCall::fail(std::string_view error) const { reply(Wire::failure(error)); }
 
 CommandCenter::CommandCenter(Engine& engine, StatusController& ui)
-    : engine_(engine), ui_(ui), alive_(std::make_shared<const bool>(true)) {
+    : engine_(engine), ui_(ui), alive_(std::make_shared<const bool>(true)), later_(engine.machine().queue) {
   requests_ = engine.machine().broadcast.listen([this](const std::string& text) { receive(text); });
   if (!requests_) {
     logLine("Tovi: the command line can't reach it, because the folder of its request socket can't be used");
@@ -72,15 +78,14 @@ void CommandCenter::receive(const std::string& text) {
   const nlohmann::json* args = json::member(*request, "args");
   // Referred to, never copied: copying what a stranger nested 100,000 deep would overflow the stack.
   static const nlohmann::json kNone = nlohmann::json::object();
-  handle(*command, args != nullptr ? *args : kNone,
-         [&engine = engine_, id = *id](const nlohmann::json& reply) {
-           const StateFiles& state = engine.state();
-           state.writeAtomically(Wire::json(reply), Wire::replyPath(engine.machine(), state, id), Wire::kReplyMode);
-         });
+  handle(*command, args != nullptr ? *args : kNone, [&engine = engine_, id = *id](const nlohmann::json& reply) {
+    const StateFiles& state = engine.state();
+    state.writeAtomically(Wire::json(reply), Wire::replyPath(engine.machine(), state, id), Wire::kReplyMode);
+  });
 }
 
 void CommandCenter::handle(std::string_view command, const nlohmann::json& args, Reply reply) {
-  const CommandCall call{engine_, ui_, std::move(reply), alive_};
+  const CommandCall call{engine_, ui_, std::move(reply), alive_, later_};
   const auto row = std::ranges::find(kCommands, command, &Command::name);
   if (row == std::end(kCommands)) return call.fail("Unknown command " + std::string{command});
   row->run(Arguments{args}, call);

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/DelayedCalls.h"
 #include "core/Modes.h"
 #include "platform/Types.h"
 
@@ -38,6 +39,7 @@ class CommandCenter {
   Engine& engine_;
   StatusController& ui_;
   std::shared_ptr<const bool> alive_;
+  DelayedCalls later_;
   Registration requests_;
 };
 

@@ -91,7 +91,7 @@ json::Value energyList(const Engine& engine, std::size_t limit) {
 json::Value statusRecord(const Engine& engine) {
   const Config& config = engine.config;
   const auto& battery = engine.battery.get();
-  const auto estimate = engine.closedEstimate();
+  const double estimate = engine.closedEstimate();
   const Date now = engine.now();
 
   json::Value rules = json::Value::object();
@@ -105,7 +105,7 @@ json::Value statusRecord(const Engine& engine) {
       {"lid_closed", engine.lidClosed.get()},
       {"setup_done", engine.setupReady.get()},
       {"preset", rawValue(config.preset)},
-      {"closed_estimate_watts", tenths(estimate.value_or(0))},
+      {"closed_estimate_watts", tenths(estimate)},
       {"system_watts", nullptr},
       {"power_measured", powerMeasured(engine)},
       {"config_path", Config::path(engine.state())},

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <set>
 #include <string>
@@ -24,6 +25,7 @@
 #include "core/StateFiles.h"
 #include "engine/AwakeDecision.h"
 #include "engine/ClosedTarget.h"
+#include "engine/SavingsTest.h"
 #include "observe/AgentWatcher.h"
 #include "observe/AppUsage.h"
 #include "observe/BackgroundWork.h"
@@ -38,6 +40,14 @@
 #include "savings/SavingsStats.h"
 
 namespace tovi {
+
+namespace PowerTest {
+class Reading;
+}
+struct ClosedPlanRow;
+struct LidOutcome;
+struct ReportReadings;
+struct WeekSummary;
 
 class Engine {
  public:
@@ -106,6 +116,11 @@ class Engine {
   std::vector<AppUsage> userApps() const;
   static bool isSystemApp(const std::string& path);
 
+  // What the savings are worth. The power test takes minutes, with the lid closed; nothing if it has started, else
+  // the sentence that says why not. measureSavings() takes seven seconds, with the lid open, and fills `lastTest`.
+  std::optional<std::string> startPowerTest(bool includeScreen, bool detailed);
+  void measureSavings();
+
   // Set-up.
   void runSetup(std::function<void()> then = {});  // the outcome stands in setupReady and setupError
   SetupError uninstallHelper();
@@ -120,10 +135,22 @@ class Engine {
   std::optional<Date> onUntil() const;
   bool blockedByFloor() const;
   std::string statusLine() const;
+  std::string modeLine() const;
+  std::optional<std::string> batteryLine() const;
+  LidOutcome lidOutcome() const;
   std::optional<double> sleepsIn(const AgentSession& session) const;  // seconds until its quiet time ends
   std::optional<double> hoursLeft(std::optional<double> watts) const;
-  std::optional<double> closedEstimate() const;  // watts to expect with the lid shut
+  std::optional<double> openWatts() const;  // usual with the lid open, or present if it is
+  double closedEstimate() const;            // watts to expect with the lid shut
+  std::vector<ClosedPlanRow> closedPlan() const;
+  double alwaysLeft() const;  // seconds; 0 without an end
+  std::optional<std::string> menuBarTitle() const;
   std::string receiptLine(const Receipt& receipt) const;
+  std::optional<Receipt> recentReceipt() const;
+  std::optional<WeekSummary> weekSummary() const;
+  std::map<std::string, std::string> phoneFigures() const;
+  nlohmann::json panelJSON() const;
+  nlohmann::json powerReport() const;
   std::vector<std::string> unrestored() const;  // programs that couldn't be put back yet
 
   const Machine& machine() const { return machine_; }
@@ -161,6 +188,7 @@ class Engine {
   Field<SavingsStats> stats;
   Field<double> liveSavingW;
   Field<double> sessionWh;
+  Field<std::optional<SavingsTest>> lastTest;
   Field<bool> measuring;
   Field<std::map<std::string, AppRule>> targeted;  // by application path
   std::map<std::string, double> baseline;          // usual watts by application path
@@ -174,6 +202,7 @@ class Engine {
   Field<BackgroundWork::Found> background;
   Field<std::map<std::string, double>> powerEffects;
   Field<bool> powerTestRunning;
+  Field<std::optional<std::string>> powerTestProgress;  // its present step
   Field<std::set<std::string>> powerUnclear;
   Announce onAnnounce;
 
@@ -202,9 +231,16 @@ class Engine {
   std::optional<Date> holdFailedAt;
   bool screenOff = false;
   std::optional<Date> adoptedHoldUntil;
+  bool screenStepRan = false;                          // of the power test
+  Field<std::optional<std::string>> powerTestAborted;  // why the last one ended early
 
  private:
   // Start and loop.
+  void followClock();
+  void moveRequests(double by);
+  void settleClock(const nlohmann::json* record);
+  double clockOffset() const;
+  double bootMark() const;
   void readStored();
   void startWatching();
   void sampleWatchers();
@@ -241,8 +277,32 @@ class Engine {
   // Finished work and savings.
   void detectFinished();
   void finishSession(Date openedAt);
+  void saveStats();
   void updateBaseline();
   void accumulateSavings();
+
+  // The power test. A map says which savings are on, by key.
+  using SavingKeys = std::vector<std::string>;
+  using SavingStates = std::map<std::string, bool, std::less<>>;
+  struct PowerTestRun;
+  void runTotalTest(const SavingKeys& keys, const SavingKeys& then);
+  void measureTotalStep();
+  void runDetailStep(std::size_t next);  // of the keys to be measured on their own
+  void measureDetail(std::size_t at, bool on, std::function<void(double)> done);
+  void forgetSaving(const std::string& key);
+  void setSavings(const SavingStates& states);
+  bool savingOn(std::string_view key) const;
+  // Watts; where there are none to be had the test ends instead.
+  void cleanReading(std::function<void(double)> done);
+  void pollReading(std::shared_ptr<PowerTest::Reading> reading, std::function<void(double)> done);
+  bool canGoOnMeasuring() const;
+  void abortPowerTest();
+  void endPowerTest(std::optional<std::string> aborted);
+
+  // Reports.
+  ReportReadings reportReadings() const;
+  nlohmann::json watchCandidates() const;
+  bool powerCounted() const;  // the controller counts what the whole machine draws
 
   // Safety, persistence, recovery.
   void enforceSafety();
@@ -251,8 +311,10 @@ class Engine {
   void recoverFromCrash();
   void reloadConfigIfEdited();
   void configFileChanged();
+  void sweepLeftovers();
   void settleSwitch();
   void checkWatchdog();
+  void watchdogSeen(bool loaded);
 
   // Sleep and wake.
   void scheduleWake();
@@ -274,7 +336,11 @@ class Engine {
   EnergySampler sampler_;
   ConfigWatcher configWatcher_;
   std::optional<FileStatus> configStatus_;  // of config.json as last looked at
+  std::optional<double> clockAhead_;        // of the time since boot, at the last look; seconds
   bool watchdogRepairTried_ = false;
+  bool settingUp_ = false;
+  bool statsUnsaved_ = false;                // the statistics couldn't be written
+  std::shared_ptr<PowerTestRun> powerTest_;  // while it runs
   std::uint32_t displayAssertion_ = 0;
   int screenSwitches_ = 0;  // counts closings, so that a late look at the lock knows its own
   Registration activity_;

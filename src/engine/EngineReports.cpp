@@ -1,88 +1,75 @@
-// The state in words and figures, one wording for every surface.
-
-#include <fmt/format.h>
+// The state in words and figures, one wording for every surface: reads what is known now and asks the reports.
 
 #include <algorithm>
-#include <cmath>
 
-#include "core/Dates.h"
-#include "core/PanelFormat.h"
 #include "core/Text.h"
 #include "engine/Engine.h"
-#include "observe/AppClasses.h"
+#include "engine/ReportTexts.h"
 #include "platform/Clock.h"
 
 namespace tovi {
 
-namespace {
-
-constexpr double kMachineWatts = 1.6;  // the machine itself, without any application
-constexpr double kSlowedShare = 0.25;  // of its draw that a slowed application keeps
-
-}  // namespace
-
-std::string Engine::statusLine() const {
-  if (!setupReady) return "Needs a one-time setup";
-  if (blockedReason.get()) return *blockedReason.get() + ", sleeps when closed";
-  if (config->mode == Mode::on) {
-    const auto until = onUntil();
-    if (!until) return "Awake until you turn it off";
-    const double left = std::max(secondsBetween(now(), *until), 0.0);
-    return fmt::format("Awake until {} · {} left", dates::shortTime(*until), PanelFormat::hm(left / 3600));
+ReportReadings Engine::reportReadings() const {
+  ReportReadings readings;
+  readings.now = now();
+  readings.config = config;
+  readings.setupReady = setupReady;
+  readings.hasLid = Registry::hasLid(machine_);
+  readings.lidClosed = lidClosed;
+  readings.holding = holding;
+  readings.agentWorking = std::ranges::any_of(*sessions, [&](const AgentSession& session) {
+    return !session.kind.isRequest() && secondsBetween(session.lastActive, readings.now) < kWorkingSeconds;
+  });
+  readings.holdReason = holdReason;
+  readings.blockedReason = blockedReason;
+  readings.battery = battery;
+  readings.systemWatts = systemWatts;
+  readings.openDraw = openDraw;
+  readings.closedDraw = closedDraw;
+  for (const AppUsage& app : *apps) {
+    if (app.system) continue;
+    const AppRule applies = isProtected(app) ? AppRule::leave : rule(app.bundleID, config->preset);
+    readings.appWattsClosed += app.watts * reports::shareKept(applies);
   }
-  if (holding && holdReason.get()) return *holdReason.get() + " · sleeps when closed";
-  return config->mode == Mode::off ? "Sleeps when you close the lid" : "Nothing running · sleeps when closed";
+  readings.fullWh = fullWh;
+  return readings;
+}
+
+std::string Engine::statusLine() const { return reports::statusLine(reportReadings()); }
+std::string Engine::modeLine() const { return reports::modeLine(reportReadings()); }
+std::optional<std::string> Engine::batteryLine() const { return reports::batteryLine(reportReadings()); }
+LidOutcome Engine::lidOutcome() const { return reports::lidOutcome(reportReadings()); }
+std::optional<double> Engine::openWatts() const { return reports::openWatts(reportReadings()); }
+double Engine::closedEstimate() const { return reports::closedEstimate(reportReadings()); }
+double Engine::alwaysLeft() const { return reports::alwaysLeft(reportReadings()); }
+std::optional<std::string> Engine::menuBarTitle() const { return reports::menuBarTitle(reportReadings()); }
+
+std::optional<double> Engine::hoursLeft(std::optional<double> watts) const {
+  return reports::hoursLeft(reportReadings(), watts);
 }
 
 std::optional<double> Engine::sleepsIn(const AgentSession& session) const {
-  if (config->mode != Mode::automatic || !config->sleepWhenDone || session.lastActive == kDistantPast) return {};
-  const auto& shownOnly = config->trackOnly;
-  if (std::find(shownOnly.begin(), shownOnly.end(), session.kind.id) != shownOnly.end()) return std::nullopt;
-  const double idle = secondsBetween(session.lastActive, now());
-  const double left = config->quietMinutes * 60.0 - idle;
-  return idle >= kWorkingSeconds && left > 0 ? std::optional{left} : std::nullopt;
+  return reports::sleepsIn(session, config, now());
 }
 
-std::optional<double> Engine::hoursLeft(std::optional<double> watts) const {
-  if (!battery.get() || !watts || !(*watts > 0.1)) return std::nullopt;
-  // The limit comes off, since that is where the machine will stop.
-  return std::max(battery.get()->percent - config->batteryFloor, 0) / 100.0 * fullWh / *watts;
+std::string Engine::receiptLine(const Receipt& record) const { return reports::receiptLine(record, now()); }
+
+std::optional<Receipt> Engine::recentReceipt() const { return reports::recentReceipt(receipt, now()); }
+
+std::optional<WeekSummary> Engine::weekSummary() const { return reports::weekSummary(stats->week(now()), fullWh); }
+
+std::map<std::string, std::string> Engine::phoneFigures() const {
+  return reports::phoneFigures(reportReadings(), weekSummary());
 }
 
-std::optional<double> Engine::closedEstimate() const {
-  const auto discharge = battery.get() ? battery.get()->usableWatts() : std::nullopt;
-  const auto present = systemWatts.get() ? systemWatts.get() : discharge;
-  if (lidClosed && holding && present) return present;
-  double sum = kMachineWatts;
-  if (closedDraw.get()) {
-    sum = *closedDraw.get();
-  } else {
-    for (const AppUsage& app : *apps) {
-      if (app.system) continue;
-      AppRule kept = AppRule::leave;
-      if (!isProtected(app)) kept = rule(app.bundleID, config->preset);
-      if (kept == AppRule::leave) sum += app.watts;
-      if (kept == AppRule::slow) sum += app.watts * kSlowedShare;
-    }
+std::vector<ClosedPlanRow> Engine::closedPlan() const {
+  std::vector<ClosedPlanRow> rows;
+  for (const AppUsage& app : userApps()) {
+    const bool kept = isProtected(app);
+    const AppRule applies = kept ? AppRule::leave : rule(app.bundleID, config->preset);
+    rows.push_back({app.name, applies, reports::closedPlanWords(applies, kept)});
   }
-  if (!lidClosed && present) sum = std::min(sum, *present);
-  return sum;
-}
-
-std::string Engine::receiptLine(const Receipt& record) const {
-  const Date end = record.sleptAt            ? *record.sleptAt
-                   : record.sleepRequestedAt ? *record.sleepRequestedAt
-                                             : record.openedAt.value_or(now());
-  const auto minutes = std::max(0LL, static_cast<long long>(secondsBetween(record.closedAt, end) / 60));
-  const std::string duration = minutes < 60 ? fmt::format("{} min", std::max(minutes, 1LL))
-                                            : fmt::format("{} h {} min", minutes / 60, minutes % 60);
-  std::string line = record.sleptAt            ? "Ran " + duration + ", then slept"
-                     : record.sleepRequestedAt ? "Ran " + duration + ", then asked it to sleep"
-                                               : "Stayed awake " + duration;
-  if (record.startPercent && record.endPercent && *record.startPercent >= *record.endPercent) {
-    line += fmt::format(" · used {}%", *record.startPercent - *record.endPercent);
-  }
-  return line;
+  return rows;
 }
 
 std::vector<std::string> Engine::unrestored() const {

@@ -81,13 +81,17 @@ void Engine::finishSession(Date openedAt) {
   if (closedMinutes > kLeastSession || sleptMinutes > kLeastSession) {
     stats.update([&](SavingsStats& account) {
       account.add({record.closedAt, closedMinutes, sessionWh, sleptMinutes, avoidedWh, record.startPercent, percentNow,
-                   record.agentName},
-                  state_);
+                   record.agentName});
     });
+    saveStats();
   }
   sleepInfo.reset();
   sessionWh = 0;
   liveSavingW = 0;
+}
+
+void Engine::saveStats() {
+  if (!previewOnly_) statsUnsaved_ = !stats->save(state_);
 }
 
 }  // namespace tovi

@@ -72,14 +72,13 @@ SavingsStats SavingsStats::load(const StateFiles& state) {
   return stats;
 }
 
-void SavingsStats::add(Session session, const StateFiles& state) {
+void SavingsStats::add(Session session) {
   allTimeWhSaved += session.whSaved;
   allTimeWhAvoided += session.whAvoided;
   sessions.push_back(std::move(session));
   if (sessions.size() > kMostSessions) {
     sessions.erase(sessions.begin(), sessions.end() - static_cast<std::ptrdiff_t>(kMostSessions));
   }
-  save(state);
 }
 
 SavingsStats::Week SavingsStats::week(Date now) const {
@@ -95,12 +94,12 @@ SavingsStats::Week SavingsStats::week(Date now) const {
   return week;
 }
 
-void SavingsStats::save(const StateFiles& state) const {
+bool SavingsStats::save(const StateFiles& state) const {
   Value list = Value::array();
   for (const Session& session : sessions) list.push_back(encode(session));
   const Value document{
       {"sessions", std::move(list)}, {"allTimeWhSaved", allTimeWhSaved}, {"allTimeWhAvoided", allTimeWhAvoided}};
-  state.writeAtomically(json::pretty(document), state.path(kFile));
+  return state.writeDurably(json::pretty(document), state.path(kFile));
 }
 
 }  // namespace tovi

@@ -44,9 +44,9 @@ struct SavingsStats {
   // Empty if the file is missing or any required field of it doesn't decode.
   static SavingsStats load(const StateFiles& state);
 
-  void add(Session session, const StateFiles& state);  // and saves
-  Week week(Date now) const;                           // the last seven days
-  void save(const StateFiles& state) const;            // best effort
+  void add(Session session);  // to be saved afterwards
+  Week week(Date now) const;  // the last seven days
+  bool save(const StateFiles& state) const;
 };
 
 }  // namespace tovi

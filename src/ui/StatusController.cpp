@@ -4,6 +4,9 @@
 
 namespace tovi {
 
+StatusController::StatusController(Engine& engine, WindowSystem* windows)
+    : engine_(engine), windows_(windows), island_(engine.machine().queue) {}
+
 void StatusController::show(Window window) {
   if (windows_ != nullptr && windows_->show(window)) setShown(window);
 }
@@ -15,6 +18,11 @@ void StatusController::closed(Window window) {
 void StatusController::setShown(Window window) {
   shown_ = window;
   engine_.panelOpen = window == Window::popover;
+}
+
+bool StatusController::snapshot(const std::string& path, bool window, bool settings) {
+  const Window which = settings ? Window::settings : window ? Window::main : Window::popover;
+  return windows_ != nullptr && windows_->snapshot(which, path);
 }
 
 }  // namespace tovi

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "core/Modes.h"
 #include "platform/Types.h"
@@ -17,6 +18,9 @@ class WindowSystem {
 
   // Brings a window to the front; false if it can't be shown. Who closes it tells StatusController::closed.
   virtual bool show(Window window) = 0;
+
+  // Writes a picture of the window, in PNG format, to `path`; false if that fails.
+  virtual bool snapshot(Window window, const std::string& path) = 0;
 
   virtual void setShownInDock(bool shown) = 0;
   virtual bool ordinaryWindowVisible() = 0;  // neither a panel nor the popover

@@ -21,6 +21,10 @@ class FakeWindows final : public WindowSystem {
     shown.push_back(window);
     return true;
   }
+  bool snapshot(Window window, const std::string& path) override {
+    pictures.emplace_back(window, path);
+    return paints;
+  }
   void setShownInDock(bool shownThere) override { dock.push_back(shownThere); }
   bool ordinaryWindowVisible() override { return ordinary; }
   void setAppearance(AppearanceChoice choice) override { looks.push_back(choice); }
@@ -30,10 +34,12 @@ class FakeWindows final : public WindowSystem {
   }
 
   std::vector<Window> shown;
+  std::vector<std::pair<Window, std::string>> pictures;
   std::vector<bool> dock;
   std::vector<AppearanceChoice> looks;
   std::function<void()> key;
   bool ordinary = false;
+  bool paints = true;
 };
 
 struct Center : World {

@@ -1,0 +1,80 @@
+// `tovi connect` on homes with and without agents.
+
+#include <gtest/gtest.h>
+
+#include "commands/CLI.h"
+#include "commands/Recorder.h"
+#include "engine/World.h"
+
+namespace tovi {
+namespace {
+
+class Connect : public testing::Test, protected World {
+ protected:
+  Recorder output;
+
+  int run(const CLI::Words& words) {
+    output = {};
+    return CLI::main(words, {.machine = [this]() -> const Machine& { return laptop.machine(); },
+                             .sleep = [this](Seconds span) { laptop.advance(span); },
+                             .output = output});
+  }
+  void put(const std::string& name, const std::string& text) { laptop.files().put("/home/anna/" + name, text); }
+};
+
+constexpr char kClaude[] = "Claude Code: Added to Claude Code (~/.claude.json). New sessions can use Tovi.\n";
+constexpr char kCodex[] = "Codex: Added to Codex (~/.codex/config.toml). New sessions can use Tovi.\n";
+constexpr char kApp[] = "Claude app: Added to the Claude app. Restart it to pick Tovi up.\n";
+constexpr char kNone[] = "No agent found. Use: tovi connect claude | codex | claude-app\n";
+
+TEST_F(Connect, TellsOfEachAgentHowItWent) {
+  EXPECT_EQ(run({"connect"}), 1);
+  EXPECT_EQ(output.out, kNone);
+  put(".claude.json", "{}");
+  put(".codex/config.toml", "");
+  laptop.files().put("/Applications/Claude.app/Contents/Info.plist", "");
+  laptop.files().put("/home/anna/Library/Application Support/Claude/claude_desktop_config.json", "{}");
+  for (int times = 0; times < 2; ++times) {
+    EXPECT_EQ(run({"connect"}), 0);
+    EXPECT_EQ(output.out, std::string(kClaude) + kCodex + kApp);
+  }
+  const struct {
+    const char* word;
+    const char* out;
+  } cases[] = {{"claude", kClaude}, {"claude-code", kClaude}, {"codex", kCodex}, {"claude-app", kApp}};
+  for (const auto& row : cases) {
+    EXPECT_EQ(run({"connect", row.word}), 0) << row.word;
+    EXPECT_EQ(output.out, row.out);
+  }
+  EXPECT_EQ(run({"connect", "emacs"}), 1);
+  EXPECT_EQ(output.out, kNone);
+  EXPECT_EQ(output.err, "");
+  EXPECT_TRUE(laptop.broadcast().posted().empty()) << "no application is needed";
+}
+
+TEST_F(Connect, OneFileThatIsLeftAloneMakesItFailTheOthersAreDone) {
+  put(".claude.json", "{broken");
+  put(".codex/config.toml", "");
+  EXPECT_EQ(run({"connect"}), 1);
+  EXPECT_EQ(output.out, std::string("Claude Code: .claude.json isn't valid JSON, so I left it alone.\n") + kCodex);
+}
+
+TEST_F(Connect, HandWrittenEntryIsNoFailure) {
+  put(".codex/config.toml", "[mcp_servers]\ntovi = { command = \"x\" }\n");
+  EXPECT_EQ(run({"connect"}), 0);
+  EXPECT_EQ(output.out, "Codex: Codex already has an tovi entry written by hand; left it as it is.\n");
+}
+
+TEST_F(Connect, TheInstalledLinkIsWhatAgentsStart) {
+  put(".claude.json", "{}");
+  run({"connect"});
+  EXPECT_NE(laptop.files().read("/home/anna/.claude.json")->find(laptop.surroundings().executable),
+            std::string::npos);
+  laptop.files().link(laptop.surroundings().executable, laptop.surroundings().localBin + "/tovi");
+  run({"connect"});
+  const std::string text = *laptop.files().read("/home/anna/.claude.json");
+  EXPECT_NE(text.find("\"" + laptop.surroundings().localBin + "/tovi\""), std::string::npos) << text;
+}
+
+}  // namespace
+}  // namespace tovi
