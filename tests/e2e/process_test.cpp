@@ -14,7 +14,7 @@ unsigned modeOf(const fs::path& path) {
   return ::stat(path.c_str(), &facts) == 0 ? facts.st_mode & 07777u : 0u;
 }
 
-TEST(EndToEndProcess, TerminationGivesEverythingBack) {
+TEST(EndToEndProcess, TerminationWithTheLidClosedGivesEverythingBack) {
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
     Stage stage;
     Process app = stage.startApp();
