@@ -86,6 +86,33 @@ TEST(SetupTest, PutsEverythingInPlaceAfterOnePassword) {
   EXPECT_EQ(house.passwordsAsked(), 1) << "what stands is not asked for again";
 }
 
+// The one command and its prompt, through the shell's own rules of quoting.
+TEST(SetupTest, AnyPathOfTheProgramSurvivesTheElevatedCommand) {
+  House house(false, {.executable = "/Applications/Anna's \"own\" $Tovi.app/Contents/MacOS/Tovi"});
+  EXPECT_EQ(house.setup.run(), std::nullopt);
+  EXPECT_TRUE(house.setup.cliInstalled());
+  EXPECT_EQ(house.laptop.files().resolve(kLink), house.laptop.surroundings().executable);
+  const auto asked = [&] {
+    for (const auto& command : house.laptop.commands()) {
+      if (command.path == "elevated") return command.arguments;
+    }
+    return std::vector<std::string>{};
+  };
+  EXPECT_EQ(asked(),
+            (std::vector<std::string>{
+                "/bin/mkdir -p /private/etc/sudoers.d && /usr/bin/install -m 0440 -o root -g wheel '/tmp/tovi-sudoers' "
+                "/private/etc/sudoers.d/.tovi.staging && /usr/sbin/visudo -cf /private/etc/sudoers.d/.tovi.staging && "
+                "/bin/mv -f /private/etc/sudoers.d/.tovi.staging /private/etc/sudoers.d/tovi && /bin/mkdir -p "
+                "/usr/local/bin && /bin/ln -sf '/Applications/Anna'\\''s \"own\" $Tovi.app/Contents/MacOS/Tovi' "
+                "/usr/local/bin/tovi",
+                "Tovi needs your password once to control sleep while the lid is closed."}));
+  house.laptop.forgetCommands();
+  EXPECT_EQ(house.setup.uninstall(), std::nullopt);
+  EXPECT_EQ(asked(), (std::vector<std::string>{
+                         "/bin/rm -f /private/etc/sudoers.d/tovi && /bin/rm -f /usr/local/bin/tovi",
+                         "Tovi needs your password to remove its sleep permission and the tovi command."}));
+}
+
 TEST(SetupTest, EndsNoSession) {
   for (const bool privileged : {true, false}) {
     for (const bool holding : {true, false}) {
@@ -164,8 +191,7 @@ TEST(SetupTest, ARuleOfAnOlderKindIsInstalledAnew) {
   commands.answer = {ElevationResult::Outcome::cancelled, {}};
   commands.code = [](const std::string& line) { return line.find("tmutil") == std::string::npos ? 0 : 1; };
   const Machine machine = with(house.laptop.machine(), house.laptop.surroundings(), commands);
-  EXPECT_EQ(tovi::Setup(machine, house.state).run(), "Setup cancelled.")
-      << "asked, because backups aren't covered";
+  EXPECT_EQ(tovi::Setup(machine, house.state).run(), "Setup cancelled.") << "asked, because backups aren't covered";
 }
 
 TEST(SetupTest, AnApplicationThatIsNotInstalledChangesNothing) {

@@ -205,6 +205,20 @@ TEST(Watchdog, UndoesARecordOfTheOlderFormToo) {
   night.expectWhole("older form");
 }
 
+// It is the person's own to end: a run leaves it, and whoever asks is told, among the rest in its order.
+TEST(Watchdog, ApprovalSwitchIsToldButNeverTouched) {
+  Night night;
+  night.put("auto-approve.json", "{}");
+  EXPECT_EQ(night.clean(), "restored");
+  EXPECT_TRUE(night.state.exists("auto-approve.json"));
+  night.put("powermode-restore", "lowpowermode 0");
+  night.put("brightness-restore", "1 0.8");
+  EXPECT_EQ(night.outstanding(),
+            (Items{"Low Power Mode changed",
+                   "Approve everything is on: Claude Code and Codex run without asking (turn off in Settings › AI)",
+                   "screen dimmed to zero"}));
+}
+
 TEST(Watchdog, GarbledRecordsHoldNothingUp) {
   Night night;
   night.close();

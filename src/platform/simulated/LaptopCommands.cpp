@@ -32,13 +32,13 @@ void LaptopCommands::spawn(const std::string& path, const std::vector<std::strin
   store_.logCommand(result ? result->code : 0, path, arguments);
 }
 
-ElevationResult LaptopCommands::runElevated(const std::string& shellText, const std::string&) {
+ElevationResult LaptopCommands::runElevated(const std::string& shellText, const std::string& prompt) {
   ElevationResult result;
   const bool stored = store_.change("elevated", [&](LaptopReport& report, LaptopSwitches& switches, const auto& place) {
     result = LaptopModel(report, switches, place).elevate(shellText);
   });
   if (!stored) result = {ElevationResult::Outcome::failed, "The laptop couldn't store the change."};
-  store_.logCommand(result.outcome == ElevationResult::Outcome::done ? 0 : 1, "elevated", {shellText});
+  store_.logCommand(result.outcome == ElevationResult::Outcome::done ? 0 : 1, "elevated", {shellText, prompt});
   return result;
 }
 
