@@ -25,12 +25,14 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
   return result;
 }
 
-// -1 if it can't start.
-pid_t start(const std::vector<std::string>& words, const Environment& environment) {
+// -1 if it can't start. `in` and `out`: its standard streams; -1 is nothing.
+pid_t start(const std::vector<std::string>& words, const Environment& environment, int in = -1, int out = -1) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  if (in < 0) posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  if (out < 0) posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  if (in >= 0) posix_spawn_file_actions_adddup2(&actions, in, 0);
+  if (out >= 0) posix_spawn_file_actions_adddup2(&actions, out, 1);
   posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
   pid_t pid = -1;
   const int failed =
@@ -114,15 +116,41 @@ double Resident::cpuSeconds() const {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-long Resident::status(const std::string& key) const {
-  return numberAfter("/proc/" + std::to_string(pid_) + "/status", key);
-}
+long Resident::status(const std::string& key) const { return statusOf(pid_, key); }
 
 long Resident::wakeUps() const {
   long sum = 0;
   for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task"))
     sum += numberAfter((task.path() / "status").string(), "voluntary_ctxt_switches");
   return sum;
+}
+
+Conversation::Conversation(const std::vector<std::string>& words, const Environment& environment) {
+  int input[2], output[2];
+  if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0) return;
+  pid_ = start(words, environment, input[0], output[1]);
+  ::close(input[0]);
+  ::close(output[1]);
+  in_ = input[1];
+  out_ = output[0];
+}
+
+Conversation::~Conversation() {
+  ::close(in_);
+  ::close(out_);
+  if (pid_ > 1) ::waitpid(pid_, nullptr, 0);
+}
+
+std::string Conversation::ask(const std::string& line) {
+  const std::string text = line + "\n";
+  if (::write(in_, text.data(), text.size()) != static_cast<ssize_t>(text.size())) return {};
+  std::string answer;
+  for (char c = 0; ::read(out_, &c, 1) == 1 && c != '\n';) answer += c;
+  return answer;
+}
+
+long statusOf(pid_t pid, const std::string& key) {
+  return numberAfter("/proc/" + std::to_string(pid) + "/status", key);
 }
 
 }  // namespace tovi::bench

@@ -55,4 +55,23 @@ class Resident {
   pid_t pid_;
 };
 
+// A program that answers lines with lines, on its standard streams. It ends when its input does.
+class Conversation {
+ public:
+  Conversation(const std::vector<std::string>& words, const Environment& environment);
+  Conversation(const Conversation&) = delete;
+  Conversation& operator=(const Conversation&) = delete;
+  ~Conversation();
+
+  pid_t pid() const { return pid_; }
+  std::string ask(const std::string& line);  // the answer without its line end; empty if there is none
+
+ private:
+  pid_t pid_ = -1;
+  int in_ = -1, out_ = -1;
+};
+
+// A number of /proc/PID/status; -1 if there is none.
+long statusOf(pid_t pid, const std::string& key);
+
 }  // namespace tovi::bench

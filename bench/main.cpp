@@ -231,6 +231,33 @@ void measureIdle(Table& table, const Resident& app, std::chrono::seconds span) {
   table.add("idle application, resident memory", static_cast<double>(app.status("VmRSS")) / 1024, "MiB", 16, 2);
 }
 
+// The server that an agent starts: from its start to the first answer, and a call that goes to the application.
+void measureMcp(Table& table, const Environment& environment) {
+  const std::vector<std::string> words = {Stage::tool(), "mcp"};
+  const std::string hello =
+      R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":"2025-06-18","capabilities":{}}})";
+  const std::string call =
+      R"({"jsonrpc":"2.0","id":2,"method":"tools/call","params":{"name":"tovi_get_config","arguments":{}}})";
+  bool answered = true;
+  const double first = medianOf(50, [&] {
+    const auto begin = Clock::now();
+    Conversation server(words, environment);
+    answered = answered && server.ask(hello).find("serverInfo") != std::string::npos;
+    return secondsSince(begin);
+  });
+  Conversation server(words, environment);
+  server.ask(hello);
+  const double called = medianOf(100, [&] {
+    const auto begin = Clock::now();
+    answered = answered && server.ask(call).find("config") != std::string::npos;
+    return secondsSince(begin);
+  });
+  if (!answered) return table.addMissing("tovi mcp", "it didn't answer");
+  table.add("tovi mcp, from start to the first answer", first * 1e3, "ms", 20, 2);
+  table.add("tovi mcp, one call of tovi_get_config", called * 1e3, "ms", 60, 2);
+  table.add("tovi mcp, anonymous memory", static_cast<double>(statusOf(server.pid(), "RssAnon")) / 1024, "MiB", 2, 2);
+}
+
 // An ordinary working life: an agent that works half of each hour, a lid that is closed at night, forty other
 // processes. Nothing if the engine didn't do its work.
 std::optional<double> virtualDaysPerSecond(int days) {
@@ -301,6 +328,8 @@ int measureAll(bool quick) {
                        }) *
                   1e3,
               "ms", 50, 2);
+
+    measureMcp(table, environment);
 
     if (!sleepers.fillUpTo(kMany)) {
       table.addMissing(fmt::format("agent sample over {} processes / one ps", kMany), "no more processes allowed here");

@@ -158,17 +158,12 @@ void Engine::refreshFast() {
   if (auto sampled = sampler_.sample(); !sampled.empty()) keepApps(std::move(sampled));
   if (previewOnly_) return;
   // Asking sudo starts a process, which must not hold up whoever asked for figures.
-  machine_.queue.offMain([machine = machine_, report = whileAlive([this](bool ready, bool wakes) {
-                                                if (ready == setupReady && wakes == wakeReady) return;
-                                                setupReady = ready;
-                                                wakeReady = wakes;
-                                                if (ready) setupError.update([](auto& error) { error.reset(); });
-                                                evaluate();
-                                              })] {
-    const StateFiles state(machine);
-    const Setup setup(machine, state);
-    return [report, ready = setup.setupReady(), wakes = setup.wakeReady()] { report(ready, wakes); };
-  });
+  machine_.queue.offMain(
+      [machine = machine_, report = whileAlive([this](bool ready, bool wakes) { setupSeen(ready, wakes); })] {
+        const StateFiles state(machine);
+        const Setup setup(machine, state);
+        return [report, ready = setup.setupReady(), wakes = setup.wakeReady()] { report(ready, wakes); };
+      });
 }
 
 void Engine::sampleEnergyNow(std::function<void()> then) {

@@ -315,6 +315,7 @@ class Engine {
   void settleSwitch();
   void checkWatchdog();
   void watchdogSeen(bool loaded);
+  void setupSeen(bool ready, bool wakes);
 
   // Sleep and wake.
   void scheduleWake();

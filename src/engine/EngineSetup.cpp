@@ -34,6 +34,14 @@ void Engine::runSetup(std::function<void()> then) {
   });
 }
 
+void Engine::setupSeen(bool ready, bool wakes) {
+  if (ready == setupReady && wakes == wakeReady) return;
+  setupReady = ready;
+  wakeReady = wakes;
+  if (ready && setupError.get()) setupError = std::nullopt;
+  evaluate();
+}
+
 // The sleep switch can disagree with us: a hold began while set-up proved its permission by it, or a rescue took this
 // process for dead while it was only stopped.
 void Engine::settleSwitch() {
