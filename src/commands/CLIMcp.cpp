@@ -20,7 +20,10 @@ int CLI::mcp(Context& context, const Words&) {
     if (LineService::readerGoesWithin(STDOUT_FILENO, span)) std::_Exit(0);
   });
   // Who started us is asked now: by the time of a call it may be gone, and its holds would belong to a stranger.
-  const MCPServer server({.agent = context.machine.processes.parentOfSelf(),
+  // One from outside a container can't be seen in it, and process 1 adopts everybody: then the server, which ends
+  // with its session too, stands for them.
+  const Pid starter = context.machine.processes.parentOfSelf();
+  const MCPServer server({.agent = starter >= 2 ? starter : context.machine.processes.self(),
                           .send = [&](const std::string& command, const nlohmann::json& args, Seconds timeout) {
                             return client.sendWithin(command, args, timeout);
                           }});

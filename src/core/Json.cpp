@@ -1,5 +1,6 @@
 #include "core/Json.h"
 
+#include <charconv>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -53,6 +54,36 @@ bool nullify(std::string& text, std::string_view error) {
   return false;
 }
 
+// A UTF-16 unit: four hexadecimal digits at `at`; nothing if they aren't.
+std::optional<unsigned> unitAt(std::string_view text, std::size_t at) {
+  unsigned unit = 0;
+  if (at + 4 > text.size()) return std::nullopt;
+  const char* const end = text.data() + at + 4;
+  const auto [stopped, error] = std::from_chars(text.data() + at, end, unit, 16);
+  return error == std::errc{} && stopped == end ? std::optional{unit} : std::nullopt;
+}
+
+// Half of a character's two escapes without the other, made the sign for what can't be read. Whoever cuts a text of
+// UTF-16 units makes one.
+void mendHalves(std::string& text) {
+  constexpr std::string_view kUnreadable = "fffd";
+  const auto isHigh = [](std::optional<unsigned> unit) { return unit && *unit >= 0xD800 && *unit < 0xDC00; };
+  const auto isLow = [](std::optional<unsigned> unit) { return unit && *unit >= 0xDC00 && *unit < 0xE000; };
+  for (std::size_t at = text.find('\\'); at != std::string::npos; at = text.find('\\', at)) {
+    if (text.compare(at, 2, "\\u") != 0) {
+      at += 2;
+      continue;
+    }
+    const auto unit = unitAt(text, at + 2);
+    if (isHigh(unit) && text.compare(at + 6, 2, "\\u") == 0 && isLow(unitAt(text, at + 8))) {
+      at += 12;
+      continue;
+    }
+    if (isHigh(unit) || isLow(unit)) text.replace(at + 2, 4, kUnreadable);
+    at += 6;
+  }
+}
+
 }  // namespace
 
 std::optional<Value> parse(std::string_view text) {
@@ -61,6 +92,7 @@ std::optional<Value> parse(std::string_view text) {
   if (!value.is_discarded()) return value;
   // 1e999 is JSON all the same: it costs its own value, not the document.
   std::string repaired{text};
+  mendHalves(repaired);
   for (int count = 0; count < kMostOverflows; ++count) {
     try {
       return Value::parse(repaired);

@@ -256,6 +256,7 @@ class Engine {
   AwakeReadings awakeReadings() const;
   bool expireAlways();
   void expireHolds();
+  bool ownerLives(Pid owner, Date created) const;
   bool holdStands(const Hold& hold, Date now) const;
   void startHold(const std::optional<std::string>& reason);
   void endHold(const std::string& because);

@@ -100,10 +100,17 @@ bool Engine::expireAlways() {
   return true;
 }
 
+// Who has this number now but started after the hold was made is somebody else.
+bool Engine::ownerLives(Pid owner, Date created) const {
+  constexpr double kSlack = 2;  // seconds; the two clocks are read one after the other
+  const auto start = machine_.processes.startTime(owner);
+  return start && static_cast<double>(*start) / 1e6 + clockOffset() < unixSeconds(created) + kSlack;
+}
+
 bool Engine::holdStands(const Hold& hold, Date at) const {
   if (hold.until && at > *hold.until) return false;
   const bool beforeBoot = bootTime_ && hold.created < *bootTime_;
-  if (hold.owner && (beforeBoot || !machine_.processes.startTime(*hold.owner))) return false;
+  if (hold.owner && (beforeBoot || !ownerLives(*hold.owner, hold.created))) return false;
   if (!hold.pid) return true;
   if (beforeBoot) return false;
   const auto start = machine_.processes.startTime(*hold.pid);

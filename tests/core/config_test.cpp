@@ -58,6 +58,9 @@ TEST(ConfigReading, ABadValueCostsItsKeyAndNothingElse) {
 
 TEST(ConfigReading, OptionalValuesCountOnlyWhereTheyMakeSense) {
   EXPECT_EQ(decoded(R"({"alwaysUntil": 1e999, "chimeSound": "1e999", "wakeAt": -1e999})").chimeSound, "1e999");
+  // A text that was cut in the middle of a character's two halves.
+  EXPECT_EQ(decoded(R"({"chimeSound": "\\ud83d \ud83d\ude00 \ud83d"})").chimeSound, "\\ud83d \U0001F600 \uFFFD");
+  EXPECT_EQ(decoded(R"({"chimeSound": "\ude00\ud83dx"})").chimeSound, "\uFFFD\uFFFDx");
   for (const char* text :
        {R"({"alwaysUntil": 0})", R"({"alwaysUntil": -1})", R"({"alwaysUntil": "soon"})", R"({"alwaysUntil": null})",
         R"({"modeBeforeAlways": "on"})", R"({"wakeAt": 0})", R"({"modeBeforeAlways": "busy"})"}) {

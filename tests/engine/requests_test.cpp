@@ -84,6 +84,15 @@ TEST_F(RequestsTest, AnOwnersDeathEndsItsHoldWithoutAWord) {
   EXPECT_TRUE(holds(false));
 }
 
+TEST_F(RequestsTest, AnOwnersNumberInOtherHandsIsNoOwner) {
+  const Pid session = program("/usr/local/bin/tool");
+  engine().addHold("thinking", 120, {}, session);
+  laptop.advance(60);
+  laptop.processes().add({.pid = session, .parent = 1, .path = "/usr/local/bin/tool"});
+  EXPECT_EQ(engine().releaseHolds(session), 0) << "it isn't the newcomer's";
+  EXPECT_TRUE(holds(false));
+}
+
 TEST_F(RequestsTest, ReleasesTakeWhatTheyNameAndNothingElse) {
   const Pid a = program("/bin/a");
   const Pid b = program("/bin/b");
