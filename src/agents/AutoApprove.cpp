@@ -11,7 +11,6 @@
 #include "agents/LosslessJson.h"
 #include "core/Json.h"
 #include "core/StateFiles.h"
-#include "platform/Files.h"
 #include "platform/Machine.h"
 
 namespace tovi {
@@ -19,6 +18,8 @@ namespace tovi {
 namespace {
 
 constexpr char kJournal[] = "auto-approve.json";
+constexpr char kLock[] = "approve.lock";
+constexpr Seconds kPatience{2};  // turning takes milliseconds
 
 constexpr char kPermissions[] = "permissions";
 constexpr char kMode[] = "defaultMode";
@@ -38,6 +39,7 @@ constexpr CodexLine kCodexLines[] = {
 
 constexpr char kClaudeUnreadable[] =
     "Couldn't read ~/.claude/settings.json (it isn't plain JSON), so nothing was changed.";
+constexpr char kBusy[] = "Tovi is just changing this elsewhere, so nothing was changed.";
 constexpr char kStateUnwritable[] = "Tovi couldn't write to its folder, so nothing was changed.";
 
 std::string folderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
@@ -166,16 +168,32 @@ std::string AutoApprove::shown(const std::string& path) const {
   return path.starts_with(home + "/") ? "~" + path.substr(home.size()) : path;
 }
 
+std::unique_ptr<Files::Lock> AutoApprove::turn() const { return machine_.files.tryLock(state_.path(kLock), kPatience); }
+
+std::string AutoApprove::noTurn() const { return state_.exists(kLock) ? kBusy : kStateUnwritable; }
+
+std::optional<std::string> AutoApprove::makeFolderOf(const std::string& path) const {
+  const std::string folder = folderOf(path);
+  if (machine_.files.exists(folder)) return std::nullopt;
+  if (!machine_.files.makeFolders(folder)) {
+    return fmt::format("Couldn't write {}: its folder can't be made", shown(path));
+  }
+  machine_.files.syncFolder(folderOf(folder));
+  return std::nullopt;
+}
+
 std::optional<std::string> AutoApprove::write(const ForeignFile& file, const std::string& path,
                                               const std::string& text) const {
-  const bool folder = machine_.files.makeFolders(folderOf(path));
-  const auto failure = folder ? file.replace(text) : "its folder can't be made";
+  const auto failure = file.replace(text);
   if (!failure) return std::nullopt;
   return fmt::format("Couldn't write {}: {}", shown(path), *failure);
 }
 
 std::optional<std::string> AutoApprove::turnOn() const {
   if (isOn()) return std::nullopt;
+  const auto lock = turn();
+  if (!lock) return noTurn();
+  if (isOn()) return std::nullopt;  // somebody else's record of what stood there must not be lost
   const ForeignFile claude(machine_, claudePath());
   const auto settings = readClaude(claude);
   Journal journal;
@@ -199,9 +217,12 @@ std::optional<std::string> AutoApprove::turnOn() const {
   opened[kPermissions][kMode] = kBypass;
   opened[kSkip] = true;
   if (opened != *settings) {
+    if (const auto failure = makeFolderOf(claudePath())) return failure;
     if (const auto failure = write(claude, claudePath(), lossless::pretty(opened))) return failure;
   }
 
+  // Before the flag, since turnOff() takes a missing folder for one that was there and is out of reach.
+  if (const auto failure = makeFolderOf(codexPath)) return failure;
   journal.codexTouched = true;
   if (!save(journal)) return "Tovi couldn't write to its folder, so Codex wasn't changed.";
   std::string config = codex.text();
@@ -211,6 +232,9 @@ std::optional<std::string> AutoApprove::turnOn() const {
 
 std::optional<std::string> AutoApprove::turnOff() const {
   if (!isOn()) return std::nullopt;
+  const auto lock = turn();
+  if (!lock) return noTurn();
+  if (!isOn()) return std::nullopt;
   const auto journal = load();
   if (!journal) return "Couldn't read auto-approve.json, so nothing was changed.";
   // Both are read before either is written, so that "nothing was changed" holds.
@@ -219,7 +243,16 @@ std::optional<std::string> AutoApprove::turnOff() const {
   if (!settings) return kClaudeUnreadable;
   const std::string codexPath = journal->codexPath.value_or(codexURL());
   const ForeignFile codex(machine_, codexPath);
-  if (journal->codexTouched && !codexUsable(codex)) return codexUnreadable(shown(codexPath));
+  if (journal->codexTouched) {
+    // A key that the person has made a table of is theirs, and no reason to stop.
+    if (!codex.readable() || !tomlItems(codex.text())) return codexUnreadable(shown(codexPath));
+    // With a volume that isn't there just now our lines would come back, and nobody would know of them.
+    if (!codex.folderExists()) {
+      return fmt::format(
+          "Couldn't find {}, so nothing was changed. If it is gone for good, make an empty folder there.",
+          shown(folderOf(codexPath)));
+    }
+  }
 
   // Nothing is written where nothing of ours stands any more: a file that the person deleted stays away.
   if (journal->claudeTouched) {
@@ -235,6 +268,8 @@ std::optional<std::string> AutoApprove::turnOff() const {
       if (const auto failure = write(codex, codexPath, restored)) return failure;
     }
   }
+  claude.sweep();
+  codex.sweep();
   state_.remove(state_.path(kJournal));
   if (isOn()) return "Both agents ask again, but Tovi couldn't remove auto-approve.json.";
   return std::nullopt;

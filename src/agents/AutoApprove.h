@@ -3,8 +3,11 @@
 // is put back only where what we wrote still stands.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
+
+#include "platform/Files.h"
 
 namespace tovi {
 
@@ -24,7 +27,7 @@ class AutoApprove {
   std::string codexURL() const;  // path of Codex's config
 
   // Absent: it worked, or the switch stood so already. Otherwise the sentence for the person. After a failure or a
-  // crash turnOff() may be called again until it works.
+  // crash turnOff() may be called again until it works. A process at a time: another waits up to two seconds.
   std::optional<std::string> turnOn() const;
   std::optional<std::string> turnOff() const;
 
@@ -47,6 +50,9 @@ class AutoApprove {
   bool save(const Journal& journal) const;
   std::string claudePath() const;
   std::string shown(const std::string& path) const;
+  std::unique_ptr<Files::Lock> turn() const;
+  std::string noTurn() const;
+  std::optional<std::string> makeFolderOf(const std::string& path) const;
   std::optional<std::string> write(const ForeignFile& file, const std::string& path, const std::string& text) const;
 
   const Machine& machine_;

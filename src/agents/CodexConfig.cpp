@@ -63,7 +63,8 @@ bool codexInlineTovi(std::string_view text) {
   if (!items) return false;
   // All servers as one value: mcp_servers = { ... }.
   if (const TomlItem* servers = topLevelItem(*items, "mcp_servers")) {
-    if (textOf(text, *servers).find("tovi") != std::string_view::npos) return true;
+    const auto keys = inlineTableKeys(text.substr(servers->value));
+    if (keys && std::ranges::any_of(*keys, [](const Path& key) { return key.front() == "tovi"; })) return true;
   }
   Path table;
   for (const TomlItem& item : *items) {

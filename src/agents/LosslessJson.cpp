@@ -46,16 +46,48 @@ std::optional<Decimal> decimalOf(std::string_view literal) {
   return decimal;
 }
 
+// The fewest digits that are read as `value` again; never as an integer.
+std::string shortest(double value) {
+  char room[32];
+  std::string literal(room, std::to_chars(room, room + sizeof room, value).ptr);
+  if (literal.find_first_of(".e") == std::string::npos) literal += ".0";
+  return literal;
+}
+
+void write(std::string& text, const Object& value, std::size_t indent) {
+  const auto inOneLine = [](const Object& one) { return one.dump(-1, ' ', false, Object::error_handler_t::replace); };
+  if (value.is_number_float()) {
+    text += shortest(value.get<double>());
+  } else if (!value.is_structured() || value.empty()) {
+    text += inOneLine(value);
+  } else {
+    const std::string_view brackets = value.is_object() ? "{}" : "[]";
+    text += brackets.front();
+    const char* separator = "\n";
+    for (const auto& [key, member] : value.items()) {
+      text += separator;
+      separator = ",\n";
+      text.append(indent + 2, ' ');
+      if (value.is_object()) text += inOneLine(key) + ": ";
+      write(text, member, indent + 2);
+    }
+    text += '\n';
+    text.append(indent, ' ');
+    text += brackets.back();
+  }
+}
+
 // Goes through a text without keeping it, and stops at the first thing that would be lost.
 class LossCheck final : public nlohmann::json_sax<nlohmann::json> {
  public:
   bool null() override { return true; }
   bool boolean(bool) override { return true; }
-  bool number_integer(number_integer_t) override { return true; }
+  bool number_integer(number_integer_t value) override { return value != 0; }  // -0 would lose its sign
   bool number_unsigned(number_unsigned_t) override { return true; }
   bool number_float(number_float_t value, const std::string& literal) override {
     const auto written = decimalOf(literal);
-    return written && written == decimalOf(nlohmann::json(value).dump());
+    // The other is what programs write that use the same library: sometimes a digit more than needed.
+    return written && (written == decimalOf(shortest(value)) || written == decimalOf(nlohmann::json(value).dump()));
   }
   bool string(std::string&) override { return true; }
   bool binary(binary_t&) override { return false; }
@@ -90,6 +122,10 @@ std::optional<Object> parse(std::string_view text) {
   return value;
 }
 
-std::string pretty(const Object& object) { return object.dump(2, ' ', false, Object::error_handler_t::replace) + "\n"; }
+std::string pretty(const Object& object) {
+  std::string text;
+  write(text, object, 0);
+  return text + "\n";
+}
 
 }  // namespace tovi::lossless

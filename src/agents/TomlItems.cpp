@@ -22,16 +22,39 @@ class Scanner {
     skipBlanks();
     const bool clear = here() == '[' ? header(item) : line(item);
     item.end = at_;
-    return clear;
+    return clear && !escaped_;
+  }
+
+  // False: no inline table begins here.
+  bool inlineKeys(std::vector<std::vector<std::string>>& keys) {
+    skipBlanks();
+    if (!take('{')) return false;
+    do {
+      skipSpaceAndComments();
+      if (take('}')) return true;
+      if (!key(keys.emplace_back()) || here() != '=' || !passTo(",}")) return false;
+    } while (take(','));
+    return take('}');
   }
 
  private:
   std::string_view text_;
   std::size_t at_;
+  bool escaped_ = false;  // a quoted key may say something else than it seems to
 
   char here(std::size_t ahead = 0) const { return at_ + ahead < text_.size() ? text_[at_ + ahead] : '\n'; }
   void skipBlanks() {
     while (here() == ' ' || here() == '\t') ++at_;
+  }
+  void skipComment() { at_ = std::min(text_.find('\n', at_), text_.size()); }
+  void skipSpaceAndComments() {
+    while (!atEnd() && std::string_view{" \t\r\n#"}.find(here()) != std::string_view::npos) {
+      if (here() == '#') {
+        skipComment();
+      } else {
+        ++at_;
+      }
+    }
   }
   bool take(char c) {
     if (here() != c) return false;
@@ -45,18 +68,19 @@ class Scanner {
     item.kind = array ? TomlItem::Kind::tableArray : TomlItem::Kind::table;
     if (!key(item.path) || !take(']') || (array && !take(']'))) return false;
     skipBlanks();
-    return (here() == '#' || here() == '\r' || here() == '\n') && value();
+    return (here() == '#' || here() == '\r' || here() == '\n') && restOfItem();
   }
 
   bool line(TomlItem& item) {
     const std::size_t start = at_;
     if (key(item.path) && here() == '=') {
       item.kind = TomlItem::Kind::value;
+      item.value = at_ + 1;
     } else {
       item.path.clear();
       at_ = start;
     }
-    return value();
+    return restOfItem();
   }
 
   // Parts with dots between, bare or quoted, and the blanks around them.
@@ -66,7 +90,9 @@ class Scanner {
       std::string part;
       if (here() == '"' || here() == '\'') {
         const std::size_t start = at_;
+        const bool basic = here() == '"';
         if (!string()) return false;
+        escaped_ = escaped_ || (basic && text_.substr(start, at_ - start).find('\\') != std::string_view::npos);
         part = text_.substr(start + 1, at_ - start - 2);
       } else {
         while (std::string_view{" \t\r\n.=[]{}\"'#,"}.find(here()) == std::string_view::npos) part += text_[at_++];
@@ -79,35 +105,28 @@ class Scanner {
   }
 
   // The rest of the line, and of the following ones while a bracket is open.
-  bool value() {
+  bool restOfItem() {
+    if (!passTo("\n")) return false;
+    if (!atEnd()) ++at_;
+    return true;
+  }
+
+  // To the first of `ends` outside strings, comments and brackets, or to the end of the text.
+  bool passTo(std::string_view ends) {
     std::size_t open = 0;
     while (!atEnd()) {
-      switch (text_[at_]) {
-        case '"':
-        case '\'':
-          if (!string()) return false;
-          continue;
-        case '[':
-        case '{':
-          ++open;
-          break;
-        case ']':
-        case '}':
-          if (open == 0) return false;
-          --open;
-          break;
-        case '#':
-          at_ = std::min(text_.find('\n', at_), text_.size());
-          continue;
-        case '\n':
-          if (open == 0) {
-            ++at_;
-            return true;
-          }
-          break;
-        default:
-          break;
+      const char c = here();
+      if (open == 0 && ends.find(c) != std::string_view::npos) return true;
+      if (c == '#') {
+        skipComment();
+        continue;
       }
+      if (c == '"' || c == '\'') {
+        if (!string()) return false;
+        continue;
+      }
+      if (c == '[' || c == '{') ++open;
+      if ((c == ']' || c == '}') && open-- == 0) return false;
       ++at_;
     }
     return open == 0;
@@ -148,6 +167,12 @@ std::optional<std::vector<TomlItem>> tomlItems(std::string_view text) {
     if (!scanner.item(items.emplace_back())) return std::nullopt;
   }
   return items;
+}
+
+std::optional<std::vector<std::vector<std::string>>> inlineTableKeys(std::string_view text) {
+  std::vector<std::vector<std::string>> keys;
+  if (!Scanner(text).inlineKeys(keys)) return std::nullopt;
+  return keys;
 }
 
 std::string_view lineBreakOf(std::string_view text) {

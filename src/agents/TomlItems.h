@@ -18,14 +18,19 @@ struct TomlItem {
   std::vector<std::string> path;  // of a header or key, its parts without quotes
   std::size_t begin = 0;          // byte offsets in the text, all lines of a value and the last line break included
   std::size_t end = 0;
+  std::size_t value = 0;  // of a key with a value, where that begins
 
   bool isHeader() const { return kind == Kind::table || kind == Kind::tableArray; }
   bool is(Kind which, const std::vector<std::string>& name) const { return kind == which && path == name; }
 };
 
 // Absent: the text isn't UTF-8, or it can't be told for certain where an item ends, as with a string that is never
-// closed.
+// closed, or what it is called, as with an escape in a quoted key.
 std::optional<std::vector<TomlItem>> tomlItems(std::string_view text);
+
+// The keys of the inline table that `text` begins with, those of tables within it left out. Absent if it begins with
+// something else.
+std::optional<std::vector<std::vector<std::string>>> inlineTableKeys(std::string_view text);
 
 // The line break that the text uses, by its first; "\n" if it has none.
 std::string_view lineBreakOf(std::string_view text);

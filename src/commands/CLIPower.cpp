@@ -106,8 +106,8 @@ class Progress {
 
   Output& output_;
   const double about_;
-  std::string step_;
-  std::size_t drawn_ = 0;  // columns
+  std::string step_ = "Measuring";  // until the first is known
+  std::size_t drawn_ = 0;           // columns
 };
 
 int powerTest(CLI::Context& context, bool detailed, bool screen, bool raw) {

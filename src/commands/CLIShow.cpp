@@ -110,6 +110,8 @@ int CLI::show(const nlohmann::json& reply, bool raw, Output& output) {
   for (const json::Value& item : listAt(reply, "not_put_back_yet")) left.push_back(json::asText(item).value_or(""));
   if (!left.empty()) say(fmt::format("not put back yet: {}", fmt::join(left, ", ")));
   printSessions(reply, output);
+  if (json::member(reply, "before_watts") != nullptr)
+    say("  " + beforeAndAfter(reply) + "  all that the lid would treat");
   printApps(listAt(reply, "apps"), output);
   printApps(listAt(reply, "apps_using_energy"), output);
   if (const auto released = json::integerAt(reply, "released")) say(fmt::format("released {}", *released));

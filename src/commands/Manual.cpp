@@ -37,22 +37,21 @@ std::string escaped(std::string_view text) {
 std::string section(std::string_view title) { return fmt::format(".SH {}\n", title); }
 std::string paragraph(std::string_view text) { return fmt::format("{}\n", escaped(text)); }
 
-// A term on its own line, and below it what it means.
-std::string entry(std::string_view term, std::string_view text) {
-  return fmt::format(".TP\n.B {}\n{}", escaped(term), text.empty() ? "\\&\n" : paragraph(text));
+// A term on its own line, perhaps with more behind it, and below it what it means.
+std::string entry(std::string_view term, std::string_view text, std::string_view more = {}) {
+  const std::string_view gap = more.empty() ? "" : "  ";
+  return fmt::format(".TP\n\\fB{}\\fR{}{}\n{}", escaped(term), gap, escaped(more),
+                     text.empty() ? "\\&\n" : paragraph(text));
 }
 
 std::string settings() {
-  std::string text =
-      section("SETTINGS") + paragraph(
-                                "Changed with tovi set <key> <value>. What keeps the machine safe can only be made "
-                                "stricter from here.");
+  std::string text = section("SETTINGS");
+  text += paragraph(
+      "Changed with tovi set <key> <value>. What keeps the machine safe can only be made stricter from here.");
   for (const SettingSpec& spec : SettingsSchema::all()) {
-    std::string term{spec.key};
-    if (!spec.allowed.empty()) term += fmt::format("  {}", fmt::join(spec.allowed, "|"));
     std::string about{spec.description};
     if (!spec.note.empty()) about += fmt::format(" {}", spec.note);
-    text += entry(term, about);
+    text += entry(spec.key, about, fmt::format("{}", fmt::join(spec.allowed, "|")));
   }
   text += ".PP\n" + paragraph("Lists, which are changed in another way:");
   for (const SettingList& list : SettingsSchema::lists()) {
@@ -69,8 +68,8 @@ std::string presets() {
 }
 
 std::string tools() {
-  std::string text = section("TOOLS FOR AGENTS") +
-                     paragraph("tovi mcp serves these over the Model Context Protocol; tovi connect tells agents so.");
+  std::string text = section("TOOLS FOR AGENTS");
+  text += paragraph("tovi mcp serves these over the Model Context Protocol; tovi connect tells agents so.");
   for (const MCPTools::Tool& tool : MCPTools::all()) text += entry(tool.name, tool.description);
   return text;
 }

@@ -43,7 +43,11 @@ void Engine::measureSavings() {
   sampler->sample();
   delayed_.after(kBefore, [this, sampler] {
     auto before = sampler->sample();
-    applyClosedTargets(config->preset, {"simulators", "audio"});
+    if (lidClosed && holding) {
+      applyClosedTargets(std::nullopt, {});  // the lid was closed meanwhile: what it wants goes first
+    } else {
+      applyClosedTargets(config->preset, {"simulators", "audio"});
+    }
     sampler->sample();
     delayed_.after(kAfter, [this, sampler, before = std::move(before), slowed = targeted.get()] {
       const auto after = sampler->sample();

@@ -12,12 +12,13 @@ namespace tovi::reports {
 
 namespace {
 
+constexpr double kMostWatts = 1e6;       // more is a broken sensor
 constexpr double kLeastGain = 1.0 / 60;  // hours; less is nothing to tell
 
 std::string batteryState(const BatteryReading& battery, double fullWh) {
   if (battery.charging) return fmt::format("{}% · charging", battery.percent);
   if (!battery.usableWatts()) return fmt::format("{}% · plugged in", battery.percent);
-  const double perHour = battery.watts / std::max(fullWh, 1.0) * 100;
+  const double perHour = std::min(battery.watts, kMostWatts) / std::max(fullWh, 1.0) * 100;
   return fmt::format("{}% · {:.{}f}% an hour now", battery.percent, perHour, perHour >= 10 ? 0 : 1);
 }
 

@@ -18,6 +18,7 @@ namespace {
 using json::Value;
 
 constexpr std::size_t kNamedApps = 5;
+constexpr double kMostWatts = 1e6;  // more is a broken counter
 
 constexpr char kHowToMeasure[] =
     "tovi power test (lid closed, about 3-4 minutes): all savings off, on, off, on, each read over a full 30 s update "
@@ -173,7 +174,7 @@ Value powerReport(const PowerReadings& readings) {
       {"keeping_awake", readings.holding},
       {"learned_open_watts", orNull(readings.openDraw)},
       {"learned_closed_watts", orNull(readings.closedDraw)},
-      {"apps_total_watts", std::trunc(readings.appsWatts * 10) / 10},
+      {"apps_total_watts", std::trunc(std::min(readings.appsWatts, kMostWatts) * 10) / 10},
       {"suspects", std::move(suspects)},
       {"power_test", powerTest(readings)},
       {"how_to_measure", kHowToMeasure},

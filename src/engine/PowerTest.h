@@ -31,7 +31,7 @@ struct Choice {
   bool lockOnClose = false;
   bool screenOffNoLock = false;
   bool canSwitchScreen = false;
-  std::optional<int> passwordDelay;  // seconds; absent: nobody knows
+  std::optional<int> passwordDelay = {};  // seconds; absent: nobody knows
 };
 
 std::vector<std::string> keysFor(const Choice& choice);

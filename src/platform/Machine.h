@@ -15,6 +15,7 @@ class Defaults;
 class Displays;
 class FileEvents;
 class Files;
+class Http;
 class MainQueue;
 class Notices;
 class PowerRegistry;
@@ -52,6 +53,7 @@ struct Machine {
   Defaults& defaults;
   Broadcast& broadcast;
   Notices& notices;
+  Http& http;
 };
 
 }  // namespace tovi

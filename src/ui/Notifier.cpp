@@ -80,6 +80,19 @@ void Notifier::push(Http& http, const std::string& topic, const std::string& tit
   });
 }
 
+void Notifier::test(Engine& engine, Http& http, const std::string& topic,
+                    std::function<void(const std::string& outcome)> show) {
+  if (!validTopic(topic)) return show("Topic names can only use letters, numbers, - and _.");
+  Config next = engine.config;
+  next.ntfyTopic = topic;
+  engine.apply(std::move(next), true);
+  push(http, topic, "Tovi test", "Phone alerts work. You'll get one when an agent goes idle.",
+       [show = std::move(show)](bool sent) {
+         show(sent ? "Sent. Check the ntfy app on your phone."
+                   : "Couldn't reach pushrelay. Check the topic and your connection.");
+       });
+}
+
 bool Notifier::validTopic(const std::string& text) { return isTopicName(text); }
 
 void Notifier::play(Notices& notices, const std::string& name) {

@@ -26,6 +26,11 @@ class Notifier {
   static void push(Http& http, const std::string& topic, const std::string& title, const std::string& body,
                    std::function<void(bool sent)> done = {});
 
+  // What the test button of the settings does: keeps the topic and sends a first alert to it. `show` gets the outcome
+  // in words, at once if the name is none.
+  static void test(Engine& engine, Http& http, const std::string& topic,
+                   std::function<void(const std::string& outcome)> show);
+
   // 1 to 64 characters, each a letter or a number of any script, "-" or "_".
   static bool validTopic(const std::string& text);
 

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agents/AutoApprove.h"
+#include "agents/MeddledFiles.h"
 #include "core/StateFiles.h"
 #include "platform/simulated/MemoryLaptop.h"
 
@@ -76,6 +77,11 @@ void expectBefore(Desk& desk, const Home& home) {
   EXPECT_FALSE(desk.approve.isOn());
   EXPECT_EQ(desk.claude(), home.claudeBefore());
   EXPECT_EQ(desk.codex(), home.codexBefore());
+  for (const char* folder : {"/home/anna/.claude", "/home/anna/.codex", "/home/anna/dotfiles"}) {
+    for (const std::string& name : desk.files().list(folder).value_or(std::vector<std::string>{})) {
+      EXPECT_FALSE(name.ends_with("tmp")) << folder << "/" << name << " is left over";
+    }
+  }
   for (const char* path : {kClaude, kCodex}) {
     if (!home.linked) continue;
     EXPECT_EQ(desk.files().linkStatus(path)->kind, FileStatus::Kind::other);
@@ -161,38 +167,38 @@ TEST(Approve, ADeathAtAnyWriteIsMadeGoodByTurningOff) {
         EXPECT_EQ(desk.codex(), "approval_policy = \"untrusted\"\n");
       };
       atEveryDeath(home, powerLost, nothing, on, changed);
+      atEveryDeath(home, powerLost, on, off, changed);
     }
   }
 }
 
 TEST(Approve, AFailureAtAnyStepIsSaidAndCanBeUndone) {
   const Home& home = kHomes[2];
-  for (std::int64_t step = 1;; ++step) {
-    ASSERT_LT(step, 100);
-    SCOPED_TRACE(step);
-    Desk desk;
-    home.furnish(desk);
-    desk.state.dir();
-    const auto fail = [&] { desk.laptop.faults().failOperation(desk.laptop.faults().operations() + step); };
-    fail();
-    const auto failedOn = desk.approve.turnOn();
-    desk.laptop.faults().forgetOrders();
-    if (!failedOn) {
-      expectOn(desk);
-    } else if (!desk.approve.isOn()) {
-      expectBefore(desk, home);
-    }
-    if (desk.approve.isOn()) {
-      fail();
-      const auto failedOff = desk.approve.turnOff();
+  for (const bool turningOff : {false, true}) {
+    bool failed = true;
+    for (std::int64_t step = 1; failed; ++step) {
+      ASSERT_LT(step, 100);
+      SCOPED_TRACE((turningOff ? "off, step " : "on, step ") + std::to_string(step));
+      Desk desk;
+      home.furnish(desk);
+      desk.state.dir();
+      if (turningOff) {
+        EXPECT_EQ(desk.approve.turnOn(), std::nullopt);
+      }
+      const std::int64_t number = desk.laptop.faults().operations() + step;
+      desk.laptop.faults().failOperation(number);
+      const auto said = turningOff ? desk.approve.turnOff() : desk.approve.turnOn();
+      failed = desk.laptop.faults().operations() >= number;
       desk.laptop.faults().forgetOrders();
-      EXPECT_EQ(failedOff.has_value(), desk.approve.isOn());
+      if (turningOff) {
+        EXPECT_EQ(said.has_value(), desk.approve.isOn());
+      } else if (!said) {
+        expectOn(desk);
+      }
+      if (!desk.approve.isOn()) expectBefore(desk, home);
       EXPECT_EQ(desk.approve.turnOff(), std::nullopt);
       expectBefore(desk, home);
-    }
-    if (!failedOn) {
-      EXPECT_GT(step, 8);
-      break;
+      EXPECT_TRUE(failed || step > 8);
     }
   }
 }
@@ -257,6 +263,73 @@ TEST(Approve, WhatThePersonChangedSinceStays) {
   EXPECT_FALSE(gone.files().exists(kClaude) || gone.files().exists(kCodex)) << "deleted files stay away";
 }
 
+TEST(Approve, AKeyThatThePersonMadeATableOfStaysAndTheOtherIsPutBack) {
+  for (const std::string theirs :
+       {"[approval_policy]\nx = 1\n", "approval_policy.x = 1\n", "[[approval_policy]]\n", "[approval_policy.y]\n"}) {
+    Desk desk;
+    desk.files().put(kCodex, "approval_policy = 'on-request'\nsandbox_mode = 'read-only'\n");
+    ASSERT_EQ(desk.approve.turnOn(), std::nullopt);
+    const bool header = theirs.starts_with('[');
+    const std::string ours = "sandbox_mode = \"danger-full-access\"\n";
+    desk.files().put(kCodex, header ? ours + theirs : theirs + ours);
+    EXPECT_EQ(desk.approve.turnOff(), std::nullopt) << theirs;
+    EXPECT_FALSE(desk.approve.isOn());
+    const std::string back = "sandbox_mode = 'read-only'\n";
+    EXPECT_EQ(desk.codex(), header ? back + theirs : theirs + back);
+  }
+}
+
+TEST(Approve, WhatAnAgentWritesMeanwhileIsNotLost) {
+  for (const char* path : {kClaude, kCodex}) {
+    for (const bool turningOff : {false, true}) {
+      SCOPED_TRACE(std::string(path) + (turningOff ? ", off" : ", on"));
+      Desk desk;
+      kHomes[2].furnish(desk);
+      MeddledFiles meddled(desk.laptop.machine());
+      const AutoApprove approve(meddled.machine(), desk.state);
+      if (turningOff) {
+        ASSERT_EQ(approve.turnOn(), std::nullopt);
+      }
+      std::string theirs;
+      meddled.meddle(MeddledFiles::At::write, std::string(path) + ".tovi-tmp", [&] {
+        theirs = *desk.files().read(path) + "\n";
+        desk.files().put(path, theirs);
+      });
+      const auto said = turningOff ? approve.turnOff() : approve.turnOn();
+      ASSERT_TRUE(said);
+      EXPECT_TRUE(said->ends_with(": it has just changed")) << *said;
+      EXPECT_EQ(desk.files().read(path), theirs);
+      EXPECT_TRUE(approve.isOn());
+      EXPECT_EQ(approve.turnOff(), std::nullopt);
+      Home home = kHomes[2];
+      if (path == kCodex) home.codex = *home.codex + "\n";
+      expectBefore(desk, home);
+    }
+  }
+}
+
+TEST(Approve, TwoAtOnceKeepTheRecordOfWhatStoodThere) {
+  Desk desk;
+  kHomes[2].furnish(desk);
+  MeddledFiles meddled(desk.laptop.machine());
+  const AutoApprove second(meddled.machine(), desk.state);
+  meddled.meddle(MeddledFiles::At::lock, "/approve.lock", [&] { EXPECT_EQ(desk.approve.turnOn(), std::nullopt); });
+  EXPECT_EQ(second.turnOn(), std::nullopt);
+  meddled.meddle(MeddledFiles::At::lock, "/approve.lock", [&] { EXPECT_EQ(desk.approve.turnOff(), std::nullopt); });
+  EXPECT_EQ(second.turnOff(), std::nullopt);
+  expectBefore(desk, kHomes[2]);
+
+  const char busy[] = "Tovi is just changing this elsewhere, so nothing was changed.";
+  auto lock = desk.files().tryLock(desk.state.path("approve.lock"));
+  EXPECT_EQ(desk.approve.turnOn(), busy);
+  expectBefore(desk, kHomes[2]);
+  lock.reset();
+  ASSERT_EQ(desk.approve.turnOn(), std::nullopt);
+  lock = desk.files().tryLock(desk.state.path("approve.lock"));
+  EXPECT_EQ(desk.approve.turnOff(), busy);
+  expectOn(desk);
+}
+
 TEST(Approve, TurningOffFailsWithNothingChanged) {
   const auto breakJournal = [](const char* text) {
     return [text](Desk& desk) { desk.files().put(desk.state.path("auto-approve.json"), text); };
@@ -267,6 +340,10 @@ TEST(Approve, TurningOffFailsWithNothingChanged) {
       {breakJournal(R"({"claudeTouched": true, "codexTouched": true, "claudeSkip": "x"})"),
        "Couldn't read auto-approve.json, so nothing was changed."},
       {[](Desk& desk) { desk.files().put(kClaude, "{,}"); }, kClaudeUnreadable},
+      {[](Desk& desk) { desk.files().setMode("/home/anna/.codex", 0); }, kCodexUnreadable},
+      {[](Desk& desk) { desk.files().setMode("/home/anna/.claude", 0); }, kClaudeUnreadable},
+      {[](Desk& desk) { desk.files().rename("/home/anna/.codex", "/home/anna/elsewhere"); },
+       "Couldn't find ~/.codex, so nothing was changed. If it is gone for good, make an empty folder there."},
       {[](Desk& desk) { desk.files().put(kCodex, std::string(kOurLines) + "x = '''"); }, kCodexUnreadable},
   };
   for (const auto& [harm, error] : cases) {

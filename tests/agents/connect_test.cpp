@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
 #include <nlohmann/json.hpp>
 
 #include "agents/AIConnect.h"
+#include "agents/MeddledFiles.h"
 #include "platform/simulated/MemoryLaptop.h"
 
 namespace tovi {
@@ -75,6 +78,13 @@ struct Home {
   bool connected() { return (connect.*agent.connected)(); }
   std::optional<std::string> text() { return files().read(agent.path); }
   std::string backupPath() { return agent.path + ".tovi-backup"; }
+  std::string folder() { return agent.path.substr(0, agent.path.rfind('/')); }
+  // Of the agent's file, its backup and what may be left over.
+  std::size_t filesBeside() {
+    const auto names = *files().list(folder());
+    return static_cast<std::size_t>(
+        std::ranges::count_if(names, [&](const std::string& name) { return name.starts_with(agent.file()); }));
+  }
   bool untouched() { return laptop.faults().operations() == before && !files().exists(backupPath()); }
 };
 
@@ -94,7 +104,7 @@ TEST(Connect, AddsToEveryHomeOnceAndKeepsABackup) {
     EXPECT_TRUE(plain.connected());
     EXPECT_EQ(plain.files().status(agent.path)->mode, 0640u);
     EXPECT_EQ(plain.files().read(plain.backupPath()), agent.plain);
-    EXPECT_EQ(plain.files().status(plain.backupPath())->mode, 0640u);
+    EXPECT_EQ(plain.files().status(plain.backupPath())->mode, 0600u) << "of whatever group it is";
     const auto once = plain.text();
     EXPECT_NE(once->find(agent.path.ends_with("toml") ? "a = 1\n[b]\n" : "9007199254740993"), std::string::npos);
     EXPECT_EQ(plain.run(), agent.added);
@@ -141,13 +151,129 @@ TEST(Connect, LeavesAloneWhatItCannotReadOrMayNotWrite) {
     EXPECT_TRUE(readOnly.run().starts_with(agent.unwritten));
     EXPECT_TRUE(readOnly.untouched());
 
+    // What can't be seen isn't absent.
+    for (const unsigned mode : {0u, 0300u, 0600u}) {
+      Home closed(agent);
+      if (mode != 0300) closed.put(agent.plain);
+      closed.files().setMode(closed.folder(), mode);
+      closed.before = closed.laptop.faults().operations();
+      EXPECT_EQ(closed.run(), agent.unreadable) << mode;
+      EXPECT_TRUE(closed.untouched());
+    }
+
     Home full(agent);
     full.files().setFull(true);
     EXPECT_TRUE(full.run().starts_with(agent.unwritten));
     full.put(agent.plain);
     EXPECT_EQ(full.run(), "Couldn't save a backup of " + agent.file() + ", so I left it alone.");
     EXPECT_EQ(full.text(), agent.plain);
-    EXPECT_EQ(full.files().list(agent.path.substr(0, agent.path.rfind('/')))->size(), 1u) << "no left-overs";
+    EXPECT_EQ(full.filesBeside(), 1u) << "no left-overs";
+  }
+}
+
+TEST(Connect, ADeathAtAnyWriteKeepsTheBackupAndIsMadeGoodByRunningAgain) {
+  for (const Agent& agent : agents()) {
+    for (const auto when : {MemoryFaults::When::before, MemoryFaults::When::after}) {
+      for (const bool powerLost : {false, true}) {
+        bool died = true;
+        for (std::int64_t step = 1; died; ++step) {
+          SCOPED_TRACE(std::string(agent.name) + ", step " + std::to_string(step) + (powerLost ? ", power lost" : ""));
+          Home home(agent);
+          home.put(agent.plain);
+          home.laptop.faults().crashAt(home.before + step, when);
+          died = false;
+          try {
+            home.run();
+          } catch (const Crash&) {
+            died = true;
+          }
+          home.laptop.faults().forgetOrders();
+          if (died && powerLost) home.laptop.powerLoss();
+          if (died && !powerLost) home.laptop.restart();
+          const auto kept = home.text() == agent.plain ? home.text() : home.files().read(home.backupPath());
+          EXPECT_EQ(kept, agent.plain);
+          EXPECT_LE(home.filesBeside(), 3u) << "one left-over at most";
+          EXPECT_EQ(home.run(), agent.added);
+          EXPECT_TRUE(home.connected());
+          EXPECT_EQ(home.files().read(home.backupPath()), agent.plain);
+          EXPECT_EQ(home.filesBeside(), 2u);
+          EXPECT_TRUE(died || step > 8) << "it made hardly a change";
+        }
+      }
+    }
+  }
+}
+
+TEST(Connect, AFileThatStandsIsNoFailureThoughItsFolderCannotBeSynchronised) {
+  for (const Agent& agent : agents()) {
+    Home usual(agent);
+    usual.run();
+    const auto last = usual.laptop.faults().operations();
+    ASSERT_TRUE(usual.laptop.faults().log(last).front().starts_with("sync "));
+    Home home(agent);
+    home.laptop.faults().failOperation(last);
+    EXPECT_EQ(home.run(), agent.added);
+    EXPECT_EQ(home.text(), agent.fresh);
+  }
+}
+
+TEST(Connect, WhatTheAgentWritesMeanwhileIsNotLost) {
+  for (const Agent& agent : agents()) {
+    struct Case {
+      const char* name;
+      bool stood;
+      std::function<void(Home&)> meddle;
+    };
+    const Case cases[] = {
+        {"changed", true, [&](Home& home) { home.put("theirs"); }},
+        {"written anew, the same", true,
+         [&](Home& home) {
+           home.files().erase(agent.path);
+           home.put(agent.plain);
+         }},
+        {"made read-only", true, [&](Home& home) { home.put(agent.plain, 0444); }},
+        {"deleted", true, [&](Home& home) { home.files().erase(agent.path); }},
+        {"made", false, [&](Home& home) { home.put("theirs"); }},
+    };
+    for (const Case& one : cases) {
+      SCOPED_TRACE(std::string(agent.name) + ", " + one.name);
+      Home home(agent);
+      if (one.stood) home.put(agent.plain);
+      MeddledFiles meddled(home.laptop.machine());
+      std::optional<std::string> theirs;
+      const auto meddle = [&] {
+        one.meddle(home);
+        theirs = home.text();
+      };
+      // The backup is written first, where there is something to keep.
+      meddled.meddle(MeddledFiles::At::write, ".tovi-tmp", [&] {
+        if (!one.stood) return meddle();
+        meddled.meddle(MeddledFiles::At::write, ".tovi-tmp", meddle);
+      });
+      const std::string said = (AIConnect(meddled.machine()).*agent.connect)(kServer);
+      EXPECT_TRUE(said.starts_with(agent.unwritten)) << said;
+      EXPECT_EQ(home.text(), theirs);
+      EXPECT_FALSE(home.files().exists(agent.path + ".tovi-tmp"));
+    }
+  }
+}
+
+TEST(Connect, AnEntryTakesItsPlaceInWhatThePersonHas) {
+  for (const Agent& agent : agents()) {
+    Home home(agent);
+    const bool codex = agent.path.ends_with("toml");
+    const std::string before =
+        codex ? "[mcp_servers.tovi]\ncommand = \"old\"\nenv = { A = \"1\" }\n[b]\n" : R"({"mcpServers":[1],"x":[1.0]})";
+    home.put(before);
+    EXPECT_EQ(home.run(), agent.added) << agent.name;
+    EXPECT_EQ(home.files().read(home.backupPath()), before);
+    if (codex) {
+      EXPECT_EQ(home.text(), agent.fresh + "env = { A = \"1\" }\n[b]\n");
+    } else {
+      Json after = Json::parse(agent.fresh);
+      after["x"] = {1.0};
+      EXPECT_EQ(home.text(), after.dump(2) + "\n");
+    }
   }
 }
 

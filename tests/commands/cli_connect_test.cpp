@@ -68,8 +68,8 @@ TEST_F(Connect, HandWrittenEntryIsNoFailure) {
 TEST_F(Connect, TheInstalledLinkIsWhatAgentsStart) {
   put(".claude.json", "{}");
   run({"connect"});
-  EXPECT_NE(laptop.files().read("/home/anna/.claude.json")->find(laptop.surroundings().executable),
-            std::string::npos);
+  EXPECT_NE(laptop.files().read("/home/anna/.claude.json")->find(laptop.surroundings().executable), std::string::npos);
+  laptop.files().makeFolders(laptop.surroundings().localBin);
   laptop.files().link(laptop.surroundings().executable, laptop.surroundings().localBin + "/tovi");
   run({"connect"});
   const std::string text = *laptop.files().read("/home/anna/.claude.json");

@@ -36,7 +36,7 @@ TEST_F(CommandTest, WrongArgumentsGiveTheirText) {
   } cases[] = {
       {"", Json::object(), "Unknown command "},
       {"Status", Json::object(), "Unknown command Status"},
-      {"panel", Json::object(), "Unknown command panel"},
+      {"popover", Json::object(), "Unknown command popover"},
       {"mode", Json::object(), kMode},
       {"mode", {{"mode", "sometimes"}}, kMode},
       {"mode", {{"mode", 1}}, kMode},

@@ -53,6 +53,30 @@ TEST(Show, TerminalGetsColumns) {
             "Codex                 idle for 3 min\n");
 }
 
+TEST(Show, TerminalGetsAppsInColumnsToo) {
+  Recorder output;
+  output.terminal = true;
+  const Json apps{{{"name", "Xcode"}, {"watts", 12.345}, {"while_closed", "slow"}},
+                  {{"name", "A"}, {"watts", 1}, {"while_closed", "leave"}}};
+  CLI::show(Json{{"ok", true}, {"apps", apps}}, false, output);
+  EXPECT_EQ(output.out, "   12.35 W  Xcode  (slow)\n    1.00 W  A      (leave)\n");
+}
+
+// Whoever names an agent or a hold must not write to the title of somebody's terminal, or worse.
+TEST(Show, WordsOfOthersCannotDriveATerminal) {
+  const Json reply{{"ok", true}, {"status", "a\033]0;x\007\u009b2J\x7f ü"}};
+  Recorder output;
+  CLI::show(reply, false, output);
+  EXPECT_EQ(output.out, "a\033]0;x\007\u009b2J\x7f ü\n") << "a program gets the text as it is";
+  for (const bool inks : {false, true}) {
+    output = {};
+    output.terminal = true;
+    output.inks = inks;
+    CLI::show(reply, false, output);
+    EXPECT_EQ(output.out, inks ? "\033[1ma?]0;x??2J? ü\033[0m\n" : "a?]0;x??2J? ü\n");
+  }
+}
+
 TEST(Show, PiecesOfOtherReplies) {
   ::setenv("TZ", "UTC", 1);
   ::tzset();

@@ -125,8 +125,8 @@ TEST_F(WindowCommands, HotkeyTellsTheNewModeInTheIsland) {
   app.didFinishLaunching(false);
   const Field<Island::Face>& shown = app.ui()->island().face;
   windows.key();
-  EXPECT_EQ(shown.get(), (Island::Face{"When Busy: Nothing running · sleeps when closed", "⌃⌥⌘A to change", false,
-                                       false, true}));
+  EXPECT_EQ(shown.get(),
+            (Island::Face{"When Busy: Nothing running · sleeps when closed", "⌃⌥⌘A to change", false, false, true}));
   laptop.advance(2.1);
   EXPECT_FALSE(shown->open);
   Config next = app.engine()->config;

@@ -51,8 +51,8 @@ class Panel : public testing::Test {
   StateFiles state_{machine_};
 
   static Machine withDisplays(const Machine& m, Displays& displays) {
-    return {m.surroundings, m.clock,      m.queue,     m.files,    m.fileEvents, m.processes, m.power,
-            displays,       m.assertions, m.workspace, m.commands, m.defaults,   m.broadcast, m.notices};
+    return {m.surroundings, m.clock,     m.queue,    m.files,    m.fileEvents, m.processes, m.power, displays,
+            m.assertions,   m.workspace, m.commands, m.defaults, m.broadcast,  m.notices,   m.http};
   }
   void put(const std::string& name, std::string_view content) { laptop_.files().put(state_.path(name), content); }
   bool turnOff() { return DisplayPower::turnOffBuiltIn(machine_, state_); }

@@ -115,8 +115,9 @@ TEST_F(JournalTest, DoesNotKeepOneThatDiedMeanwhile) {
   const Touched mail = touch(true), build = touch(false);
   const Machine& m = laptop_.machine();
   FleetingProcesses fleeting(laptop_.processes());
-  const Machine machine{m.surroundings, m.clock,      m.queue,     m.files,    m.fileEvents, fleeting,    m.power,
-                        m.displays,     m.assertions, m.workspace, m.commands, m.defaults,   m.broadcast, m.notices};
+  const Machine machine{m.surroundings, m.clock,    m.queue,     m.files,      m.fileEvents,
+                        fleeting,       m.power,    m.displays,  m.assertions, m.workspace,
+                        m.commands,     m.defaults, m.broadcast, m.notices,    m.http};
   EXPECT_TRUE(Journal::undo(machine, {mail, build}).empty());
 }
 
@@ -233,9 +234,8 @@ TEST_F(JournalTest, TheSafetyRecordIsWholeOrNone) {
   accepted.save(state_);
   laptop_.powerLoss();
   EXPECT_EQ(Safety::load(state_), accepted);
-  for (const char* broken :
-       {"", "[]", R"({"heatGuard":true})", R"({"batteryFloor":5})", R"({"heatGuard":1,"batteryFloor":5})",
-        R"({"heatGuard":true,"batteryFloor":"5"})"}) {
+  for (const char* broken : {"", "[]", R"({"heatGuard":true})", R"({"batteryFloor":5})",
+                             R"({"heatGuard":1,"batteryFloor":5})", R"({"heatGuard":true,"batteryFloor":"5"})"}) {
     put("safety.json", broken);
     EXPECT_EQ(Safety::load(state_), std::nullopt) << broken;
   }

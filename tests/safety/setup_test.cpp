@@ -37,8 +37,8 @@ class OrderedCommands final : public Commands {
 };
 
 Machine with(const Machine& m, const Surroundings& surroundings, Commands& commands) {
-  return {surroundings, m.clock,      m.queue,     m.files,  m.fileEvents, m.processes, m.power,
-          m.displays,   m.assertions, m.workspace, commands, m.defaults,   m.broadcast, m.notices};
+  return {surroundings, m.clock,     m.queue,  m.files,    m.fileEvents, m.processes, m.power, m.displays,
+          m.assertions, m.workspace, commands, m.defaults, m.broadcast,  m.notices,   m.http};
 }
 
 struct House {

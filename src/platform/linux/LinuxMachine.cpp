@@ -36,8 +36,8 @@ LinuxMachine::LinuxMachine(Surroundings surroundings, LinuxOptions options)
       broadcast_(loop_, surroundings_.stateFolder, std::move(options.runtimeFolder)) {}
 
 Machine LinuxMachine::machine() {
-  return Machine{surroundings_, clock_,      loop_,      files_,    fileEvents_, processes_, power_,
-                 displays_,     assertions_, workspace_, commands_, defaults_,   broadcast_, notices_};
+  return Machine{surroundings_, clock_,     loop_,     files_,    fileEvents_, processes_, power_, displays_,
+                 assertions_,   workspace_, commands_, defaults_, broadcast_,  notices_,   http_};
 }
 
 Surroundings surroundingsFromEnvironment(int argc, char** argv) {

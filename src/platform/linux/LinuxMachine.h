@@ -7,6 +7,7 @@
 #include "platform/Machine.h"
 #include "platform/linux/AbsentHardware.h"
 #include "platform/linux/BootAnchor.h"
+#include "platform/linux/CurlHttp.h"
 #include "platform/linux/EventLoop.h"
 #include "platform/linux/JsonDefaults.h"
 #include "platform/linux/LinuxClock.h"
@@ -50,6 +51,7 @@ class LinuxMachine {
   JsonDefaults defaults_;
   SocketBroadcast broadcast_;
   AbsentNotices notices_;
+  CurlHttp http_{loop_};
 };
 
 // HOME (or the home folder of the user's account), TMPDIR, and what the system says of this process.

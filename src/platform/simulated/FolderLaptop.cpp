@@ -37,8 +37,8 @@ FolderLaptop::FolderLaptop(std::string folder, Surroundings surroundings, LinuxO
       notices_(store_) {}
 
 Machine FolderLaptop::machine() {
-  return Machine{surroundings_, clock_,      loop_,      files_,    fileEvents_, processes_, power_,
-                 displays_,     assertions_, workspace_, commands_, defaults_,   broadcast_, notices_};
+  return Machine{surroundings_, clock_,     loop_,     files_,    fileEvents_, processes_, power_, displays_,
+                 assertions_,   workspace_, commands_, defaults_, broadcast_,  notices_,   http_};
 }
 
 std::optional<std::string> FolderLaptop::folderFromEnvironment() {

@@ -49,6 +49,7 @@ class FolderLaptop {
   LaptopWorkspace workspace_;
   LaptopCommands commands_;
   LaptopNotices notices_;
+  CurlHttp http_{loop_};
 };
 
 }  // namespace tovi

@@ -118,6 +118,7 @@ MemoryLaptop::MemoryLaptop(Options options)
       processes_(clock_, faults_),
       defaults_(faults_),
       broadcast_(queue_),
+      http_(queue_),
       tools_(processes_),
       store_(std::make_unique<Store>(*this)),
       power_(*store_),
@@ -128,7 +129,7 @@ MemoryLaptop::MemoryLaptop(Options options)
       notices_(*store_),
       machine_(std::make_unique<Machine>(Machine{surroundings_, clock_, queue_, files_, files_, processes_, power_,
                                                  displays_, assertions_, workspace_, commands_, defaults_, broadcast_,
-                                                 notices_})) {
+                                                 notices_, http_})) {
   const MemoryFaults::Uncounted quiet(faults_);
   for (const std::string& folder : {surroundings_.home, surroundings_.temporaryFolder}) files_.makeFolders(folder);
   files_.put(surroundings_.executable, "", 0755);
@@ -193,6 +194,7 @@ void MemoryLaptop::dropProcess() {
   files_.dropProcess();
   store_->dropProcess();
   broadcast_.drop();
+  http_.drop();
   displays_.cancelConfiguration();
   assertions_.forget();
   clock_.forgetBootTime();

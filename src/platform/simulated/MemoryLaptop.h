@@ -28,6 +28,7 @@
 #include "platform/simulated/MemoryDefaults.h"
 #include "platform/simulated/MemoryFaults.h"
 #include "platform/simulated/MemoryFiles.h"
+#include "platform/simulated/MemoryHttp.h"
 #include "platform/simulated/MemoryProcesses.h"
 #include "platform/simulated/MemoryQueue.h"
 
@@ -78,6 +79,7 @@ class MemoryLaptop {
   MemoryProcesses& processes() { return processes_; }
   MemoryDefaults& defaults() { return defaults_; }
   MemoryBroadcast& broadcast() { return broadcast_; }
+  MemoryHttp& http() { return http_; }
   MemoryFaults& faults() { return faults_; }
 
   // A program that isn't one of the laptop's own tools; any other command gives -1.
@@ -118,6 +120,7 @@ class MemoryLaptop {
   MemoryProcesses processes_;
   MemoryDefaults defaults_;
   MemoryBroadcast broadcast_;
+  MemoryHttp http_;
   FakeTools tools_;
   std::unique_ptr<Store> store_;
   LaptopPower power_;
