@@ -1,6 +1,5 @@
 #include "platform/linux/CurlHttp.h"
 
-#include <curl/curl.h>
 #include <sys/epoll.h>
 
 #include <algorithm>
@@ -8,19 +7,23 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/linux/CurlLibrary.h"
 #include "platform/linux/EventLoop.h"
 
 namespace tovi {
 
 namespace {
 
+// Only where there is a handle of the library's.
+const CurlLibrary& curl() { return *CurlLibrary::get(); }
+
 struct ListEnd {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+  void operator()(curl_slist* list) const { curl().slistFreeAll(list); }
 };
 using List = std::unique_ptr<curl_slist, ListEnd>;
 
 void append(List& list, const std::string& line) {
-  if (curl_slist* longer = curl_slist_append(list.get(), line.c_str())) {
+  if (curl_slist* longer = curl().slistAppend(list.get(), line.c_str())) {
     static_cast<void>(list.release());
     list.reset(longer);
   }
@@ -61,28 +64,27 @@ class CurlHttp::Multi : public std::enable_shared_from_this<CurlHttp::Multi> {
   using Shared = std::shared_ptr<Transfer>;
 
   explicit Multi(EventLoop& loop) : loop_(loop) {
-    static const CURLcode prepared = curl_global_init(CURL_GLOBAL_DEFAULT);
-    if (prepared != CURLE_OK) return;
-    handle_ = curl_multi_init();
+    if (CurlLibrary::get() == nullptr) return;
+    handle_ = curl().multiInit();
     if (handle_ == nullptr) return;
-    curl_multi_setopt(handle_, CURLMOPT_SOCKETFUNCTION, socketChanged);
-    curl_multi_setopt(handle_, CURLMOPT_SOCKETDATA, this);
-    curl_multi_setopt(handle_, CURLMOPT_TIMERFUNCTION, timerChanged);
-    curl_multi_setopt(handle_, CURLMOPT_TIMERDATA, this);
+    curl().multiSetopt(handle_, CURLMOPT_SOCKETFUNCTION, socketChanged);
+    curl().multiSetopt(handle_, CURLMOPT_SOCKETDATA, this);
+    curl().multiSetopt(handle_, CURLMOPT_TIMERFUNCTION, timerChanged);
+    curl().multiSetopt(handle_, CURLMOPT_TIMERDATA, this);
   }
 
   ~Multi() {
     for (auto& [easy, transfer] : transfers_) {
       transfer->limit.reset();
       transfer->reader = {};  // it may hold its own registration
-      curl_multi_remove_handle(handle_, easy);
-      curl_easy_cleanup(easy);
+      curl().multiRemoveHandle(handle_, easy);
+      curl().easyCleanup(easy);
     }
-    if (handle_ != nullptr) curl_multi_cleanup(handle_);
+    if (handle_ != nullptr) curl().multiCleanup(handle_);
   }
 
   Registration start(const HttpRequest& request, Shared transfer, const std::string& authorities) {
-    CURL* easy = handle_ != nullptr ? curl_easy_init() : nullptr;
+    CURL* easy = handle_ != nullptr ? curl().easyInit() : nullptr;
     if (easy == nullptr) {
       loop_.post([transfer] {
         if (const auto reader = std::exchange(transfer->reader, {}); reader.end) reader.end(false);
@@ -95,33 +97,33 @@ class CurlHttp::Multi : public std::enable_shared_from_this<CurlHttp::Multi> {
     // What libcurl would add to a body of its own accord.
     append(transfer->headers, "Content-Type:");
     append(transfer->headers, "Expect:");
-    curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str());
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, transfer->headers.get());
-    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_2TLS);
-    curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);  // a proxy's answer isn't the server's
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl().easySetopt(easy, CURLOPT_URL, request.url.c_str());
+    curl().easySetopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl().easySetopt(easy, CURLOPT_HTTPHEADER, transfer->headers.get());
+    curl().easySetopt(easy, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_2TLS);
+    curl().easySetopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);  // a proxy's answer isn't the server's
+    curl().easySetopt(easy, CURLOPT_NOSIGNAL, 1L);
     // Names are looked up in a thread of libcurl's; without this, giving a request up would wait for it.
-    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
+    curl().easySetopt(easy, CURLOPT_QUICK_EXIT, 1L);
     // A kept connection can have died while the machine slept, and would swallow the next request.
-    curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
-    curl_easy_setopt(easy, CURLOPT_FORBID_REUSE, 1L);
+    curl().easySetopt(easy, CURLOPT_FRESH_CONNECT, 1L);
+    curl().easySetopt(easy, CURLOPT_FORBID_REUSE, 1L);
     if (!authorities.empty()) {
-      curl_easy_setopt(easy, CURLOPT_CAINFO, authorities.c_str());
-      curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
+      curl().easySetopt(easy, CURLOPT_CAINFO, authorities.c_str());
+      curl().easySetopt(easy, CURLOPT_CAPATH, nullptr);
     }
-    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, headerCame);
-    curl_easy_setopt(easy, CURLOPT_HEADERDATA, transfer.get());
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, dataCame);
-    curl_easy_setopt(easy, CURLOPT_WRITEDATA, transfer.get());
+    curl().easySetopt(easy, CURLOPT_HEADERFUNCTION, headerCame);
+    curl().easySetopt(easy, CURLOPT_HEADERDATA, transfer.get());
+    curl().easySetopt(easy, CURLOPT_WRITEFUNCTION, dataCame);
+    curl().easySetopt(easy, CURLOPT_WRITEDATA, transfer.get());
     if (!transfer->silenceOnly) {
-      curl_easy_setopt(easy, CURLOPT_POST, 1L);
-      curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(transfer->body.size()));
-      curl_easy_setopt(easy, CURLOPT_POSTFIELDS, transfer->body.c_str());
+      curl().easySetopt(easy, CURLOPT_POST, 1L);
+      curl().easySetopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(transfer->body.size()));
+      curl().easySetopt(easy, CURLOPT_POSTFIELDS, transfer->body.c_str());
     }
     transfers_.emplace(easy, transfer);
     armLimit(*transfer);
-    if (curl_multi_add_handle(handle_, easy) != CURLM_OK) {
+    if (curl().multiAddHandle(handle_, easy) != CURLM_OK) {
       finish(*transfer, false);
       loop_.post([weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->tell();
@@ -186,17 +188,17 @@ class CurlHttp::Multi : public std::enable_shared_from_this<CurlHttp::Multi> {
   void readHead(Transfer& transfer) {
     if (transfer.headSeen) return;
     long status = 0;
-    curl_easy_getinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
+    curl().easyGetinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
     if (status >= 100 && status < 200) return;  // the real one is still to come
     transfer.headSeen = true;
     HttpHead head;
     head.status = static_cast<int>(status);
     const char* type = nullptr;
-    if (curl_easy_getinfo(transfer.easy, CURLINFO_CONTENT_TYPE, &type) == CURLE_OK && type != nullptr) {
+    if (curl().easyGetinfo(transfer.easy, CURLINFO_CONTENT_TYPE, &type) == CURLE_OK && type != nullptr) {
       head.contentType = type;
     }
     curl_off_t wait = 0;
-    if (curl_easy_getinfo(transfer.easy, CURLINFO_RETRY_AFTER, &wait) == CURLE_OK && wait > 0) {
+    if (curl().easyGetinfo(transfer.easy, CURLINFO_RETRY_AFTER, &wait) == CURLE_OK && wait > 0) {
       head.retryAfter = Seconds{static_cast<double>(wait)};
     }
     transfer.head = head;
@@ -225,8 +227,8 @@ class CurlHttp::Multi : public std::enable_shared_from_this<CurlHttp::Multi> {
     const auto known = transfers_.find(easy);
     const Shared kept = known != transfers_.end() ? known->second : nullptr;
     transfers_.erase(easy);
-    curl_multi_remove_handle(handle_, easy);
-    curl_easy_cleanup(easy);
+    curl().multiRemoveHandle(handle_, easy);
+    curl().easyCleanup(easy);
   }
 
   void drop(Transfer& transfer) {
@@ -245,9 +247,9 @@ class CurlHttp::Multi : public std::enable_shared_from_this<CurlHttp::Multi> {
   void drive(curl_socket_t fd, int what) {
     const auto self = shared_from_this();
     int running = 0;
-    curl_multi_socket_action(handle_, fd, what, &running);
+    curl().multiSocketAction(handle_, fd, what, &running);
     int left = 0;
-    while (const CURLMsg* message = curl_multi_info_read(handle_, &left)) {
+    while (const CURLMsg* message = curl().multiInfoRead(handle_, &left)) {
       if (message->msg != CURLMSG_DONE) continue;
       const bool complete = message->data.result == CURLE_OK;
       const auto known = transfers_.find(message->easy_handle);
