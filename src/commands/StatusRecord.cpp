@@ -133,7 +133,6 @@ json::Value statusRecord(const Engine& engine) {
   if (const auto& warning = engine.warning.get()) record["warning"] = *warning;
   if (const auto left = engine.unrestored(); !left.empty()) record["not_put_back_yet"] = left;
   if (const auto& reason = engine.holdReason.get(); reason && engine.holding) record["reason"] = *reason;
-  // Nothing is switched without the set-up, so whoever asks should see what became of it.
   return record;
 }
 
