@@ -16,11 +16,11 @@ struct EventSourceEnd {
 };
 using EventSource = std::unique_ptr<sd_event_source, EventSourceEnd>;
 
-// Costs nothing until the first use. A registration may be ended inside its own call and after the loop is gone.
 // Whether the end of the terminal is a request to stop. To "nohup" it isn't: it ignores that signal, but one that is
 // blocked so that it can be waited for would come all the same.
 bool hangUpCounts();
 
+// Costs nothing until the first use. A registration may be ended inside its own call and after the loop is gone.
 class EventLoop : public MainQueue {
  public:
   EventLoop();
