@@ -12,6 +12,14 @@ constexpr double kSteps[] = {kDay, -kDay, 400 * kDay, -400 * kDay, 90, -90};
 struct Timed : World {
   Timed() { config(R"({"quietMinutes": 2})"); }
 
+  void askForHalfAnHour(bool always) {
+    if (always) {
+      start().stayAwake(30);
+    } else {
+      start().addHold("training", 30, {}, {});
+    }
+  }
+
   // How long it still stays awake, in seconds; looked at every ten.
   double staysAwake(double most = 4 * 3600) {
     double waited = 0;
@@ -24,11 +32,7 @@ TEST(ClockStep, ATimedRequestHasAsLongToGoAsBefore) {
   for (const double step : kSteps) {
     for (const bool always : {false, true}) {
       Timed world;
-      if (always) {
-        world.start().stayAwake(30);
-      } else {
-        world.start().addHold("training", 30, {}, {});
-      }
+      world.askForHalfAnHour(always);
       world.laptop.advance(600);
       world.laptop.stepClock(step);
       EXPECT_NEAR(world.staysAwake(), 1200, 20) << step << (always ? ", always" : ", hold");
@@ -40,11 +44,7 @@ TEST(ClockStep, ATimedRequestHasAsLongToGoAlsoIfNobodyRanMeanwhile) {
   for (const double step : kSteps) {
     for (const bool always : {false, true}) {
       Timed world;
-      if (always) {
-        world.start().stayAwake(30);
-      } else {
-        world.start().addHold("training", 30, {}, {});
-      }
+      world.askForHalfAnHour(always);
       world.laptop.advance(600);
       world.owned->shutdown();
       world.owned.reset();
