@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "engine/Engine.h"
+#include "engine/ReportTexts.h"
 #include "engine/Warnings.h"
 #include "observe/SystemSwitches.h"
 #include "platform/Assertions.h"
@@ -26,10 +27,7 @@ std::optional<std::string> Engine::workReason() const {
   return tovi::workReason(sessions, config, lastWork, lastSeen, now());
 }
 
-std::optional<Date> Engine::onUntil() const {
-  if (config->mode != Mode::on || !config->alwaysUntil) return std::nullopt;
-  return dateFromUnix(*config->alwaysUntil);
-}
+std::optional<Date> Engine::onUntil() const { return reports::onUntil(config); }
 
 bool Engine::blockedByFloor() const {
   return wantsHold && config->batteryFloor > 0 && onBattery(battery) && !floorOverride &&
