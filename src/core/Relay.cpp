@@ -19,7 +19,7 @@ std::optional<Address> dottedAddress(std::string_view host) {
     const auto dot = i + 1 < parts.size() ? host.find('.') : host.size();
     if (dot == std::string_view::npos) return std::nullopt;
     const auto number = text::decimal<int>(host.substr(0, dot));
-    if (!number || *number < 0 || *number > 255) return std::nullopt;
+    if (host.starts_with('+') || !number || *number < 0 || *number > 255) return std::nullopt;
     parts[i] = *number;
     host.remove_prefix(std::min(dot + 1, host.size()));
   }
@@ -53,8 +53,13 @@ bool isAcceptableRelay(std::string_view server) {
   if (!secure && !server.starts_with("http://")) return false;
   std::string_view rest = server.substr(server.find("//") + 2);
   rest = rest.substr(0, rest.find_first_of("/?#"));
+  // A name and a password are for a relay behind a lock. Without encryption they would be for all to read, and
   // "http://127.0.0.1@elsewhere/" leads elsewhere.
-  if (rest.empty() || rest.find('@') != std::string_view::npos) return false;
+  if (const auto at = rest.rfind('@'); at != std::string_view::npos) {
+    if (!secure) return false;
+    rest.remove_prefix(at + 1);
+  }
+  if (rest.empty()) return false;
   const auto bracket = rest.find(']');
   const auto colon = rest.find(':', bracket == std::string_view::npos ? 0 : bracket);
   const std::string host = text::lowercased(rest.substr(0, colon));

@@ -15,11 +15,10 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr std::size_t kMostAgents = 4;
-constexpr std::size_t kShortError = 100;  // bytes
+constexpr std::size_t kLongError = 1000;  // bytes of JSON
+constexpr std::size_t kShortError = 160;  // characters; not a long one, whatever they are
 constexpr std::string_view kLeftOut[] = {"savings", "savingsUnclear", "weekLine", "drawLine", "figureCaption"};
 constexpr std::string_view kOfSettings[] = {"key", "type", "allowed", "value"};
-
-bool tooBig(const Json& reply) { return json::compact(reply).size() > kMostReplyBytes; }
 
 bool isListOfObjects(const Json& value) {
   return value.is_array() && std::ranges::all_of(value, [](const Json& entry) { return entry.is_object(); });
@@ -36,7 +35,8 @@ Json reducedSettings(const Json& settings) {
   return reduced;
 }
 
-void eraseLargest(Json& object) {
+// A list loses its last entry, anything else goes whole.
+void cutLargest(Json& object) {
   auto largest = object.begin();
   std::size_t size = 0;
   for (auto at = object.begin(); at != object.end(); ++at) {
@@ -45,10 +45,15 @@ void eraseLargest(Json& object) {
     size = own;
     largest = at;
   }
-  object.erase(largest);
+  if (largest->is_array() && largest->size() > 1) {
+    largest->erase(largest->size() - 1);
+  } else {
+    object.erase(largest);
+  }
 }
 
-void cutPanel(Json& reply) {
+void cutPanel(Json& reply, std::size_t room) {
+  const auto tooBig = [room](const Json& whole) { return json::compact(whole).size() > room; };
   Json& panel = reply["panel"];
   if (!tooBig(reply)) return;
   if (const auto watch = panel.find("watch"); watch != panel.end() && watch->is_array()) {
@@ -68,21 +73,20 @@ void cutPanel(Json& reply) {
     if (!tooBig(reply)) return;
     panel.erase(std::string{key});
   }
-  // Only long names get as far as here.
-  while (tooBig(reply) && !panel.empty()) eraseLargest(panel);
+  // Long names get as far as here, and the list of settings.
+  while (tooBig(reply) && !panel.empty()) cutLargest(panel);
 }
 
 // An error may quote what the phone itself sent.
-void cutError(Json& reply) {
-  while (tooBig(reply) && json::textAt(reply, "error").value_or("").size() > kShortError) {
-    const std::string error = reply["error"].get<std::string>();
-    reply["error"] = text::firstCharacters(error, error.size() / 2);
-  }
+void cutError(Json& reply, std::size_t room) {
+  const auto error = json::textAt(reply, "error");
+  if (!error || json::compact(reply).size() <= room || json::compact(*error).size() <= kLongError) return;
+  reply["error"] = text::firstCharacters(*error, kShortError);
 }
 
 }  // namespace
 
-Json phoneReply(const Json& result, Json panel, std::string_view command) {
+Json phoneReply(const Json& result, Json panel, std::string_view command, std::size_t room) {
   Json reply = Json::object();
   for (const char* key : {"ok", "error", "next"}) {
     if (const Json* value = json::member(result, key)) reply[key] = *value;
@@ -93,8 +97,8 @@ Json phoneReply(const Json& result, Json panel, std::string_view command) {
     if (settings != nullptr && isListOfObjects(*settings)) reply["settings"] = reducedSettings(*settings);
   }
   reply["panel"] = panel.is_object() ? std::move(panel) : Json::object();
-  cutPanel(reply);
-  cutError(reply);
+  cutError(reply, room);
+  cutPanel(reply, room);
   return reply;
 }
 

@@ -33,6 +33,8 @@ bool isCursor(std::string_view text) {
 std::string hostOf(std::string server) {
   constexpr std::string_view kScheme = "https://";
   if (const auto at = server.find(kScheme); at != std::string::npos) server.erase(at, kScheme.size());
+  // A name and a password before the host are nobody's to read.
+  if (const auto at = server.rfind('@', server.find('/')); at != std::string::npos) server.erase(0, at + 1);
   return server;
 }
 
@@ -51,6 +53,7 @@ RemoteChannel::~RemoteChannel() = default;
 void RemoteChannel::start(const std::string& server, const SecretKey& key) {
   cancel();
   if (!pairing_ || pairing_->server != server || pairing_->key != key) {
+    dropReply();
     pairing_ = std::make_shared<const Pairing>(Pairing{server, key, RemoteCrypto::topics(key)});
   }
   backoff_ = kFirstPause;
@@ -59,6 +62,7 @@ void RemoteChannel::start(const std::string& server, const SecretKey& key) {
 
 void RemoteChannel::stop() {
   cancel();
+  dropReply();
   pairing_.reset();
 }
 
@@ -171,17 +175,34 @@ void RemoteChannel::takeMessage(const std::string& id, const std::string& sealed
   busy_ = true;
   handler_({*text, time}, [this, from, watch = std::weak_ptr(alive_)](const std::optional<std::string>& answer) {
     if (watch.expired()) return;
-    busy_ = false;
-    if (answer) reply(from, *answer);
-    work();
+    if (!answer || !reply(from, *answer)) goOn();
   });
 }
 
-void RemoteChannel::reply(const std::shared_ptr<const Pairing>& to, const std::string& text) {
-  if (to != pairing_) return;  // unpaired meanwhile
+void RemoteChannel::goOn() {
+  busy_ = false;
+  work();
+}
+
+// One that is on its way to a pairing which is no more; nobody waits for it.
+void RemoteChannel::dropReply() {
+  if (!replying_) return;
+  replying_.reset();
+  busy_ = false;
+}
+
+// One at a time: an older reply that came after a newer one would take the phone back in time, and a flood of replayed
+// messages would open as many connections.
+bool RemoteChannel::reply(const std::shared_ptr<const Pairing>& to, const std::string& text) {
+  if (to != pairing_) return false;  // unpaired meanwhile
   auto sealed = RemoteCrypto::seal(text, to->key, to->topics.reply);
-  if (!sealed) return;
-  http_.send({to->server + "/" + to->topics.reply, {{"Cache", "yes"}}}, std::move(*sealed), kReplyLimit);
+  if (!sealed) return false;
+  replying_ = http_.post({to->server + "/" + to->topics.reply, {{"Cache", "yes"}}}, std::move(*sealed), kReplyLimit,
+                         [this](std::optional<int>) {
+                           const Registration over = std::move(replying_);
+                           goOn();
+                         });
+  return true;
 }
 
 void RemoteChannel::connectionOver() {

@@ -28,7 +28,8 @@ class RemoteChannel {
     std::string text;            // as it was before it was sealed
     std::optional<double> time;  // when the relay took it, in seconds since 1970
   };
-  // To be called exactly once, at once or later: the next message waits for it. Nothing: no reply is sent.
+  // To be called exactly once, at once or later: the next message waits for it, and for the reply to be taken. Nothing:
+  // no reply is sent.
   using Answer = std::function<void(const std::optional<std::string>& reply)>;
   using Handler = std::function<void(const Message&, Answer)>;
   using Watcher = std::function<void(const std::string& status)>;
@@ -64,7 +65,9 @@ class RemoteChannel {
   void work();
   void takeLine(const std::string& line);
   void takeMessage(const std::string& id, const std::string& sealed, std::optional<double> time);
-  void reply(const std::shared_ptr<const Pairing>& to, const std::string& text);
+  bool reply(const std::shared_ptr<const Pairing>& to, const std::string& text);
+  void dropReply();
+  void goOn();
   void connectionOver();
 
   MainQueue& queue_;
@@ -76,7 +79,8 @@ class RemoteChannel {
   std::shared_ptr<const Pairing> pairing_;  // null: stopped
   Registration reading_;
   Registration pause_;
-  double backoff_ = 0;  // seconds
+  Registration replying_;  // a reply is on its way
+  double backoff_ = 0;     // seconds
 
   // Of the present connection.
   LineCutter cutter_;
@@ -86,7 +90,7 @@ class RemoteChannel {
   std::optional<bool> over_;  // it has ended, and whether it failed
   Seconds wanted_{0};         // the least pause that the relay asked for
 
-  bool busy_ = false;     // a message is being handled
+  bool busy_ = false;     // a message is being handled, its reply included
   bool working_ = false;  // inside work()
   std::shared_ptr<const bool> alive_;
 };

@@ -1,5 +1,6 @@
 #include "remote/RemoteControl.h"
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -18,10 +19,20 @@ using Json = nlohmann::json;
 // Of an id and a command's name that are told back; longer ones are refused anyway.
 constexpr std::size_t kMostToldBack = 256;  // characters
 
+Json envelope(const std::string& id, Date now) {
+  return {{"re", text::firstCharacters(id, kMostToldBack)},
+          {"t", static_cast<std::int64_t>(std::floor(unixSeconds(now)))}};
+}
+
 std::string finished(Json body, const std::string& id, Date now) {
-  body["re"] = text::firstCharacters(id, kMostToldBack);
-  body["t"] = static_cast<std::int64_t>(std::floor(unixSeconds(now)));
+  body.update(envelope(id, now));
   return json::compact(body);
+}
+
+// What a reply may take beside an id of odd characters, which are longer in JSON than they look.
+std::size_t roomBeside(const std::string& id, Date now) {
+  const std::size_t taken = json::compact(envelope(id, now)).size();
+  return std::min(RemoteCrypto::kMostReplyBytes, RemoteCrypto::kMostPlainBytes - taken);
 }
 
 Json refusal(std::string_view error) { return {{"ok", false}, {"error", error}}; }
@@ -67,8 +78,8 @@ void RemoteControl::enable(bool newKey) {
   }
   next.enabled = true;
   if (!next.keyData() || !next.save(state_, engine_.machine())) {
-    status = std::optional<std::string>{"Couldn't save the pairing key"};
-    return;
+    settings_.save(state_, engine_.machine());  // what failed may have been the last step, with the new ones in place
+    return show("Couldn't save the pairing key");
   }
   const bool changed = next.key != settings_.key;
   settings_ = next;
@@ -109,7 +120,8 @@ void RemoteControl::handle(const RemoteChannel::Message& message, const RemoteCh
   run_(command, args != nullptr && args->is_object() ? *args : Json::object(),
        [this, id, command, answer, watch = std::weak_ptr(alive_)](const Json& result) {
          if (watch.expired()) return;
-         answer(finished(RemoteCrypto::phoneReply(result, panel_(), command), id, engine_.now()));
+         const Date end = engine_.now();
+         answer(finished(RemoteCrypto::phoneReply(result, panel_(), command, roomBeside(id, end)), id, end));
        });
 }
 

@@ -98,8 +98,8 @@ std::string b64encode(std::string_view bytes) {
 std::optional<std::string> b64decode(std::string_view text) {
   const std::string_view whole = text::trimmed(text);
   text = withoutPadding(text);
-  // Padding that is there must be the right one.
-  if (text.size() % 4 == 1 || (whole.size() != text.size() && whole.size() % 4 != 0)) return std::nullopt;
+  // No more padding than belongs there; less is as good as all of it.
+  if (text.size() % 4 == 1 || whole.size() - text.size() > (4 - text.size() % 4) % 4) return std::nullopt;
   std::string bytes;
   bytes.reserve(text.size() * 3 / 4);
   std::uint32_t bits = 0;

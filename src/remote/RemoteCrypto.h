@@ -50,8 +50,11 @@ bool isAllowed(std::string_view command);
 
 // Bytes of compact JSON that a reply may have, before its `re` and `t` are added.
 constexpr std::size_t kMostReplyBytes = 2800;
+// Bytes that can be sealed into a message of 4,096, the most that the public relay takes.
+constexpr std::size_t kMostPlainBytes = 4096 / 4 * 3 - 12 - 16;
 
-// What the phone is told of a command that ran: its outcome and the panel, cut down until they fit.
-nlohmann::json phoneReply(const nlohmann::json& result, nlohmann::json panel, std::string_view command);
+// What the phone is told of a command that ran: its outcome and the panel, cut down until they have room.
+nlohmann::json phoneReply(const nlohmann::json& result, nlohmann::json panel, std::string_view command,
+                          std::size_t room = kMostReplyBytes);
 
 }  // namespace tovi::RemoteCrypto

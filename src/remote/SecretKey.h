@@ -1,4 +1,4 @@
-// The key that the laptop shares with its phone, and the care that no copy of it stays behind in memory.
+// The key that the laptop shares with its phone, and the care that few copies of it stay behind in memory.
 #pragma once
 
 #include <array>

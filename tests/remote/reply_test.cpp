@@ -102,7 +102,12 @@ TEST(PhoneReply, NeverExceedsItsRoomWhateverThePanelAndTheErrorHold) {
   for (int round = 0; round < 300; ++round) {
     const Json panel = anyPanel(random);
     Json result{{"ok", round % 2 == 0}};
-    if (round % 5 == 0) result["error"] = std::string(static_cast<std::size_t>(round) * 3, '\x01');
+    if (round % 5 == 0) {
+      static const std::string kLetters[] = {"\x01", "x", "ü", "語", "😀"};
+      std::string error;
+      for (int left = round * 3; left > 0; --left) error += kLetters[(round / 5) % 5];
+      result["error"] = error;
+    }
     const Json reply = phoneReply(result, panel, "panel");
     ASSERT_LE(sizeOf(reply), kMostReplyBytes) << round;
     ASSERT_TRUE(reply["panel"].is_object());
@@ -113,12 +118,25 @@ TEST(PhoneReply, NeverExceedsItsRoomWhateverThePanelAndTheErrorHold) {
   }
 }
 
-TEST(PhoneReply, TheSettingsThemselvesFit) {
+TEST(PhoneReply, TheSettingsFitBesideSomeOfThePanel) {
   MemoryLaptop laptop;
   const StateFiles state(laptop.machine());
-  const Json reply = phoneReply(SettingsSchema::describe(Config{}, state), Json::object(), "schema");
+  const Json agent{{"id", "claude"}, {"name", "Claude Code"}, {"project", "project"}, {"working", true}};
+  const Json panel{{"headline", "Close the lid: it keeps going"},
+                   {"agents", {agent, agent, agent, agent, agent, agent}}};
+  const Json reply = phoneReply(SettingsSchema::describe(Config{}, state), panel, "schema");
   EXPECT_GT(reply["settings"].size(), 20u);
   EXPECT_LE(sizeOf(reply), kMostReplyBytes);
+  EXPECT_GE(reply["panel"].value("agents", Json::array()).size(), 1u) << "one by one, not all at once";
+}
+
+TEST(PhoneReply, ALongErrorCostsItselfAndNotThePanel) {
+  const Json panel{{"headline", "Close the lid: it keeps going"}};
+  std::string name;
+  for (int i = 0; i < 966; ++i) name += "語";
+  const Json reply = phoneReply({{"ok", false}, {"error", "unknown setting " + name}}, panel, "set");
+  EXPECT_EQ(reply["panel"], panel);
+  EXPECT_TRUE(reply["error"].get<std::string>().starts_with("unknown setting 語語"));
 }
 
 }  // namespace
