@@ -44,9 +44,8 @@ constexpr char kStateUnwritable[] = "Tovi couldn't write to its folder, so nothi
 
 std::string folderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
-std::string codexUnreadable(const std::string& shown) {
-  return fmt::format("Couldn't read {}, so nothing was changed.", shown);
-}
+constexpr char kClaudeOdd[] =
+    "~/.claude/settings.json has a value that Tovi couldn't put back later, so nothing was changed.";
 
 bool codexUsable(const ForeignFile& file) {
   return file.readable() &&
@@ -123,15 +122,13 @@ void give(json::Value& object, const char* key, const std::optional<Value>& valu
 
 }  // namespace
 
-AutoApprove::AutoApprove(const Machine& machine, const StateFiles& state, std::string codexHome)
-    : machine_(machine), state_(state), codexHome_(std::move(codexHome)) {}
-
 bool AutoApprove::isOn(const StateFiles& state) { return state.exists(kJournal); }
 
 std::string AutoApprove::claudePath() const { return machine_.surroundings.home + "/.claude/settings.json"; }
 
 std::string AutoApprove::codexURL() const {
-  return (codexHome_.empty() ? machine_.surroundings.home + "/.codex" : codexHome_) + "/config.toml";
+  const Surroundings& surroundings = machine_.surroundings;
+  return (surroundings.codexHome.empty() ? surroundings.home + "/.codex" : surroundings.codexHome) + "/config.toml";
 }
 
 std::optional<AutoApprove::Journal> AutoApprove::load() const {
@@ -197,10 +194,11 @@ std::optional<std::string> AutoApprove::turnOn() const {
   const ForeignFile claude(machine_, claudePath());
   const auto settings = readClaude(claude);
   Journal journal;
-  if (!settings || !record(*settings, journal)) return kClaudeUnreadable;
+  if (!settings) return kClaudeUnreadable;
+  if (!record(*settings, journal)) return kClaudeOdd;
   const std::string codexPath = codexURL();
   const ForeignFile codex(machine_, codexPath);
-  if (!codexUsable(codex)) return codexUnreadable(shown(codexPath));
+  if (!codexUsable(codex)) return fmt::format("Couldn't read {}, so nothing was changed.", shown(codexPath));
   for (const auto& [file, path] : {std::pair{&claude, claudePath()}, std::pair{&codex, codexPath}}) {
     if (file->readOnly())
       return fmt::format("Couldn't write {} (it is read-only), so nothing was changed.", shown(path));
@@ -221,7 +219,6 @@ std::optional<std::string> AutoApprove::turnOn() const {
     if (const auto failure = write(claude, claudePath(), lossless::pretty(opened))) return failure;
   }
 
-  // Before the flag, since turnOff() takes a missing folder for one that was there and is out of reach.
   if (const auto failure = makeFolderOf(codexPath)) return failure;
   journal.codexTouched = true;
   if (!save(journal)) return "Tovi couldn't write to its folder, so Codex wasn't changed.";
@@ -237,24 +234,10 @@ std::optional<std::string> AutoApprove::turnOff() const {
   if (!isOn()) return std::nullopt;
   const auto journal = load();
   if (!journal) return "Couldn't read auto-approve.json, so nothing was changed.";
-  // Both are read before either is written, so that "nothing was changed" holds.
+  // Nothing is written where nothing of ours stands any more: a file that the person deleted stays away.
   const ForeignFile claude(machine_, claudePath());
   const auto settings = journal->claudeTouched ? readClaude(claude) : lossless::Object::object();
   if (!settings) return kClaudeUnreadable;
-  const std::string codexPath = journal->codexPath.value_or(codexURL());
-  const ForeignFile codex(machine_, codexPath);
-  if (journal->codexTouched) {
-    // A key that the person has made a table of is theirs, and no reason to stop.
-    if (!codex.readable() || !tomlItems(codex.text())) return codexUnreadable(shown(codexPath));
-    // With a volume that isn't there just now our lines would come back, and nobody would know of them.
-    if (!codex.folderExists()) {
-      return fmt::format(
-          "Couldn't find {}, so nothing was changed. If it is gone for good, make an empty folder there.",
-          shown(folderOf(codexPath)));
-    }
-  }
-
-  // Nothing is written where nothing of ours stands any more: a file that the person deleted stays away.
   if (journal->claudeTouched) {
     auto restored = *settings;
     restoreClaude(restored, *journal);
@@ -262,7 +245,21 @@ std::optional<std::string> AutoApprove::turnOff() const {
       if (const auto failure = write(claude, claudePath(), lossless::pretty(restored))) return failure;
     }
   }
+
+  // After Claude Code: trouble with one agent's file mustn't leave the other one unguarded.
+  const std::string codexPath = journal->codexPath.value_or(codexURL());
+  const ForeignFile codex(machine_, codexPath);
   if (journal->codexTouched) {
+    // A key that the person has made a table of is theirs, and no reason to stop.
+    if (!codex.readable() || !tomlItems(codex.text())) {
+      return fmt::format("Couldn't read {}, so Codex wasn't changed.", shown(codexPath));
+    }
+    // With a volume that isn't there just now our lines would come back, and nobody would know of them.
+    if (const std::string folder = folderOf(codexPath); !machine_.files.exists(folderOf(folder))) {
+      return fmt::format(
+          "Couldn't find {}, so Codex wasn't changed. If it is gone for good, make an empty folder there.",
+          shown(folder));
+    }
     const std::string restored = restoredCodex(codex.text(), *journal);
     if (restored != codex.text()) {
       if (const auto failure = write(codex, codexPath, restored)) return failure;

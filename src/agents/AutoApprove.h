@@ -17,8 +17,7 @@ struct Machine;
 
 class AutoApprove {
  public:
-  // `codexHome` is the folder that the variable CODEX_HOME names, an absolute path; empty if it isn't set.
-  AutoApprove(const Machine& machine, const StateFiles& state, std::string codexHome = {});
+  AutoApprove(const Machine& machine, const StateFiles& state) : machine_(machine), state_(state) {}
 
   // On while auto-approve.json exists: also after a change that failed half way, so that turnOff() undoes it.
   static bool isOn(const StateFiles& state);
@@ -57,7 +56,6 @@ class AutoApprove {
 
   const Machine& machine_;
   const StateFiles& state_;
-  std::string codexHome_;
 };
 
 }  // namespace tovi

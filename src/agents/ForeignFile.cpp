@@ -44,6 +44,8 @@ ForeignFile::ForeignFile(const Machine& machine, std::string path)
   exists_ = true;
   inode_ = status->inode;
   mode_ = status->mode & 0777;
+  uid_ = status->uid;
+  gid_ = status->gid;
   const auto target = files_.resolve(path_);
   auto text = files_.read(path_);
   readable_ = target && text && status->kind == FileStatus::Kind::file;
@@ -78,6 +80,15 @@ bool ForeignFile::backUp() const {
   return true;
 }
 
+// Somebody else's file, or one shared with a group that isn't ours, would change hands silently.
+bool ForeignFile::keepOwner(const std::string& temporary) const {
+  if (!exists_) return true;
+  const auto status = files_.status(temporary);
+  if (!status) return false;
+  if (status->uid == uid_ && status->gid == gid_) return true;
+  return files_.setOwner(temporary, uid_, gid_);
+}
+
 // By the path, not by what it led to: somebody may have turned the link elsewhere.
 bool ForeignFile::unchanged() const {
   if (!exists_) return isAbsent(files_, path_);
@@ -92,6 +103,10 @@ std::optional<std::string> ForeignFile::replace(std::string_view bytes) const {
   if (!lock) return "Tovi is busy with another file, or can't write to its own folder";
   const std::string temporary = target_ + kTemporary;
   if (!prepare(temporary, bytes, mode_)) return kUnwritten;
+  if (!keepOwner(temporary)) {
+    files_.remove(temporary);
+    return "it belongs to another user or group";
+  }
   // Looked at last, so that hardly any time is left in which its owner's writing could be lost.
   const bool same = unchanged();
   if (same && files_.rename(temporary, target_)) {

@@ -1,5 +1,6 @@
 // A file that belongs to another program. It is read whole and replaced whole, in a way that its owner hardly
-// notices: a symbolic link still leads to it, its permissions stay, and what its owner wrote meanwhile isn't lost.
+// notices: a symbolic link still leads to it, its permissions and its owner stay, and what its owner wrote meanwhile
+// isn't lost.
 #pragma once
 
 #include <cstdint>
@@ -49,11 +50,14 @@ class ForeignFile {
   std::string text_;
   std::uint64_t inode_ = 0;
   unsigned mode_ = 0600;
+  unsigned uid_ = 0;
+  unsigned gid_ = 0;
   bool exists_ = false;
   bool readable_ = true;
 
   std::unique_ptr<Files::Lock> turn() const;
   bool prepare(const std::string& temporary, std::string_view bytes, unsigned mode) const;
+  bool keepOwner(const std::string& temporary) const;
   bool unchanged() const;
 };
 

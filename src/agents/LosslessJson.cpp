@@ -85,6 +85,8 @@ class LossCheck final : public nlohmann::json_sax<nlohmann::json> {
   bool number_integer(number_integer_t value) override { return value != 0; }  // -0 would lose its sign
   bool number_unsigned(number_unsigned_t) override { return true; }
   bool number_float(number_float_t value, const std::string& literal) override {
+    // Also an integer that is too long for one comes as this, and would come back with a point.
+    if (literal.find_first_of(".eE") == std::string::npos) return false;
     const auto written = decimalOf(literal);
     // The other is what programs write that use the same library: sometimes a digit more than needed.
     return written && (written == decimalOf(shortest(value)) || written == decimalOf(nlohmann::json(value).dump()));

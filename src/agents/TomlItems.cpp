@@ -160,8 +160,16 @@ class Scanner {
 
 }  // namespace
 
+// Some programs take it for the end of a line and others don't.
+static bool hasLoneReturn(std::string_view text) {
+  for (auto at = text.find('\r'); at != std::string_view::npos; at = text.find('\r', at + 1)) {
+    if (at + 1 == text.size() || text[at + 1] != '\n') return true;
+  }
+  return false;
+}
+
 std::optional<std::vector<TomlItem>> tomlItems(std::string_view text) {
-  if (!isUtf8(text)) return std::nullopt;
+  if (!isUtf8(text) || hasLoneReturn(text)) return std::nullopt;
   std::vector<TomlItem> items;
   for (Scanner scanner(text); !scanner.atEnd();) {
     if (!scanner.item(items.emplace_back())) return std::nullopt;

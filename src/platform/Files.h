@@ -21,6 +21,8 @@ struct FileStatus {
   std::uint64_t size = 0;  // bytes
   std::uint64_t inode = 0;
   unsigned mode = 0;  // permission bits
+  unsigned uid = 0;
+  unsigned gid = 0;
 
   friend bool operator==(const FileStatus&, const FileStatus&) = default;
 };
@@ -61,6 +63,10 @@ class Files {
   virtual bool makeFolders(const std::string& folder, unsigned mode = 0755) = 0;
   virtual bool setModified(const std::string& path, Date date) = 0;
   virtual bool setMode(const std::string& path, unsigned mode) = 0;
+
+  // Gives the file to a user and a group; false where that isn't ours to give. A file system without owners has
+  // nothing to do.
+  virtual bool setOwner(const std::string& path, unsigned uid, unsigned gid) = 0;
 
   // The path with every symbolic link followed; absent if it doesn't exist.
   virtual std::optional<std::string> resolve(const std::string& path) = 0;

@@ -30,6 +30,7 @@ struct Surroundings {
   std::string launchAgents;   // folder of the person's launch agents
   std::string sudoersFolder;  // folder of the sudo rules
   std::string localBin;       // folder of the link `tovi`
+  std::string codexHome;      // the folder that CODEX_HOME names; empty if it names none
   std::string executable;     // this program, links followed
   std::string userName;
   unsigned uid = 0;                    // of the real user

@@ -42,6 +42,7 @@ class MeddledFiles final : public Files {
   bool makeFolders(const std::string& folder, unsigned mode) override { return real_.makeFolders(folder, mode); }
   bool setModified(const std::string& path, Date date) override { return real_.setModified(path, date); }
   bool setMode(const std::string& path, unsigned mode) override { return real_.setMode(path, mode); }
+  bool setOwner(const std::string& path, unsigned uid, unsigned gid) override { return real_.setOwner(path, uid, gid); }
   std::optional<std::string> resolve(const std::string& path) override { return real_.resolve(path); }
   std::unique_ptr<Lock> tryLock(const std::string& path, Seconds patience) override {
     reached(At::lock, path);

@@ -20,7 +20,10 @@ constexpr char kCodex[] = "/home/anna/.codex/config.toml";
 constexpr char kOurLines[] = "sandbox_mode = \"danger-full-access\"\napproval_policy = \"never\"\n";
 constexpr char kClaudeUnreadable[] =
     "Couldn't read ~/.claude/settings.json (it isn't plain JSON), so nothing was changed.";
+constexpr char kClaudeOdd[] =
+    "~/.claude/settings.json has a value that Tovi couldn't put back later, so nothing was changed.";
 constexpr char kCodexUnreadable[] = "Couldn't read ~/.codex/config.toml, so nothing was changed.";
+constexpr char kCodexUnchanged[] = "Couldn't read ~/.codex/config.toml, so Codex wasn't changed.";
 
 struct Desk {
   MemoryLaptop laptop;
@@ -215,9 +218,9 @@ TEST(Approve, WhatCannotBePutBackIsNotChanged) {
       {"comments", "{ /* mine */ }", "", 0644, kClaudeUnreadable},
       {"empty", "", "", 0644, kClaudeUnreadable},
       {"a key twice", R"({"a":1,"a":2})", "", 0644, kClaudeUnreadable},
-      {"permissions of another kind", R"({"permissions": ["x"]})", "", 0644, kClaudeUnreadable},
-      {"a mode of another kind", R"({"permissions": {"defaultMode": 3}})", "", 0644, kClaudeUnreadable},
-      {"a prompt of another kind", R"({"skipDangerousModePermissionPrompt": "no"})", "", 0644, kClaudeUnreadable},
+      {"permissions of another kind", R"({"permissions": ["x"]})", "", 0644, kClaudeOdd},
+      {"a mode of another kind", R"({"permissions": {"defaultMode": 3}})", "", 0644, kClaudeOdd},
+      {"a prompt of another kind", R"({"skipDangerousModePermissionPrompt": "no"})", "", 0644, kClaudeOdd},
       {"an open string", "{}", "a = \"\"\"\n", 0644, kCodexUnreadable},
       {"a table of that name", "{}", "[sandbox_mode]\n", 0644, kCodexUnreadable},
       {"read-only files", "{}", "", 0444,
@@ -330,7 +333,7 @@ TEST(Approve, TwoAtOnceKeepTheRecordOfWhatStoodThere) {
   expectOn(desk);
 }
 
-TEST(Approve, TurningOffFailsWithNothingChanged) {
+TEST(Approve, TurningOffFailsWithTheOtherAgentGuardedAgain) {
   const auto breakJournal = [](const char* text) {
     return [text](Desk& desk) { desk.files().put(desk.state.path("auto-approve.json"), text); };
   };
@@ -340,11 +343,9 @@ TEST(Approve, TurningOffFailsWithNothingChanged) {
       {breakJournal(R"({"claudeTouched": true, "codexTouched": true, "claudeSkip": "x"})"),
        "Couldn't read auto-approve.json, so nothing was changed."},
       {[](Desk& desk) { desk.files().put(kClaude, "{,}"); }, kClaudeUnreadable},
-      {[](Desk& desk) { desk.files().setMode("/home/anna/.codex", 0); }, kCodexUnreadable},
+      {[](Desk& desk) { desk.files().setMode("/home/anna/.codex", 0); }, kCodexUnchanged},
       {[](Desk& desk) { desk.files().setMode("/home/anna/.claude", 0); }, kClaudeUnreadable},
-      {[](Desk& desk) { desk.files().rename("/home/anna/.codex", "/home/anna/elsewhere"); },
-       "Couldn't find ~/.codex, so nothing was changed. If it is gone for good, make an empty folder there."},
-      {[](Desk& desk) { desk.files().put(kCodex, std::string(kOurLines) + "x = '''"); }, kCodexUnreadable},
+      {[](Desk& desk) { desk.files().put(kCodex, std::string(kOurLines) + "x = '''"); }, kCodexUnchanged},
   };
   for (const auto& [harm, error] : cases) {
     Desk desk;
@@ -354,14 +355,45 @@ TEST(Approve, TurningOffFailsWithNothingChanged) {
     const auto codex = desk.codex();
     EXPECT_EQ(desk.approve.turnOff(), error);
     EXPECT_TRUE(desk.approve.isOn());
-    EXPECT_EQ(desk.files().read(kClaude), claude);
     EXPECT_EQ(desk.codex(), codex);
+    if (error == std::string_view{kCodexUnchanged}) {
+      EXPECT_EQ(desk.claude(), Json::object());
+    } else {
+      EXPECT_EQ(desk.files().read(kClaude), claude);
+    }
   }
+}
+
+TEST(Approve, AFolderThatThePersonRemovedIsNoReasonToStay) {
+  Desk desk;
+  ASSERT_EQ(desk.approve.turnOn(), std::nullopt);
+  desk.files().rename("/home/anna/.codex", "/home/anna/elsewhere");
+  EXPECT_EQ(desk.approve.turnOff(), std::nullopt);
+  EXPECT_FALSE(desk.approve.isOn() || desk.files().exists("/home/anna/.codex"));
+}
+
+TEST(Approve, AVolumeThatIsNotThereKeepsTheSwitchOn) {
+  Desk desk;
+  const std::string journal = desk.state.path("auto-approve.json");
+  ASSERT_EQ(desk.approve.turnOn(), std::nullopt);
+  Json record = Json::parse(*desk.files().read(journal));
+  record["codexPath"] = "/Volumes/Work/codex/config.toml";
+  desk.files().put(journal, record.dump());
+  EXPECT_EQ(desk.approve.turnOff(),
+            "Couldn't find /Volumes/Work/codex, so Codex wasn't changed. If it is gone for good, make an empty folder "
+            "there.");
+  EXPECT_TRUE(desk.approve.isOn());
 }
 
 TEST(Approve, TurnsOffTheConfigThatItTurnedOn) {
   Desk desk;
-  const AutoApprove elsewhere(desk.laptop.machine(), desk.state, "/home/anna/codex-home");
+  Surroundings surroundings = desk.laptop.surroundings();
+  surroundings.codexHome = "/home/anna/codex-home";
+  const Machine& there = desk.laptop.machine();
+  const Machine machine{surroundings,    there.clock,    there.queue,     there.files,      there.fileEvents,
+                        there.processes, there.power,    there.displays,  there.assertions, there.workspace,
+                        there.commands,  there.defaults, there.broadcast, there.notices,    there.http};
+  const AutoApprove elsewhere(machine, desk.state);
   desk.files().put("/home/anna/codex-home/config.toml", "a = 1\n");
   ASSERT_EQ(elsewhere.turnOn(), std::nullopt);
   EXPECT_FALSE(desk.files().exists(kCodex));

@@ -57,7 +57,7 @@ TEST(CodexTable, ATextThatCannotBeDelimitedIsNotTouched) {
   for (const std::string text :
        {"a = \"\"\"\n[mcp_servers.tovi]\ncommand = 1\n", "a = '''", "a = \"x\n", "a = [1,\n", "a = ]\n", "a = {b = 1\n",
         "[mcp_servers.tovi\n", "[a] b\n", "[]\n", "a = \"\\", "a = \"\xFF\"\n", "[mcp_servers.\"t\\u006fvi\"]\n",
-        "\"approval\\u005fpolicy\" = 1\n"}) {
+        "[a]\rx = 1\r", "a = 1\rb = 2\n", "\"approval\\u005fpolicy\" = 1\n"}) {
     EXPECT_EQ(updated(text), std::nullopt) << text;
     EXPECT_FALSE(canSetTopLevel(text, "a")) << text;
     EXPECT_EQ(topLevelLine(text, "a"), std::nullopt) << text;

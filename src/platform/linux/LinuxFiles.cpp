@@ -43,6 +43,8 @@ FileStatus statusFrom(const struct stat& about) {
   status.size = static_cast<std::uint64_t>(about.st_size);
   status.inode = about.st_ino;
   status.mode = about.st_mode & 07777;
+  status.uid = about.st_uid;
+  status.gid = about.st_gid;
   return status;
 }
 
@@ -163,6 +165,10 @@ bool LinuxFiles::setModified(const std::string& path, Date date) {
 }
 
 bool LinuxFiles::setMode(const std::string& path, unsigned mode) { return ::chmod(path.c_str(), mode & 07777) == 0; }
+
+bool LinuxFiles::setOwner(const std::string& path, unsigned uid, unsigned gid) {
+  return ::chown(path.c_str(), uid, gid) == 0;
+}
 
 std::optional<std::string> LinuxFiles::resolve(const std::string& path) {
   const std::unique_ptr<char, void (*)(void*)> resolved{::realpath(path.c_str(), nullptr), std::free};

@@ -20,6 +20,7 @@ class LinuxFiles : public Files {
   bool makeFolders(const std::string& folder, unsigned mode = 0755) override;
   bool setModified(const std::string& path, Date date) override;
   bool setMode(const std::string& path, unsigned mode) override;
+  bool setOwner(const std::string& path, unsigned uid, unsigned gid) override;
   std::optional<std::string> resolve(const std::string& path) override;
   std::unique_ptr<Lock> tryLock(const std::string& path, Seconds patience = Seconds{0}) override;
 };

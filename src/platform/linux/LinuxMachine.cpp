@@ -51,6 +51,7 @@ Surroundings surroundingsFromEnvironment(int argc, char** argv) {
   found.launchAgents = found.home + "/Library/LaunchAgents";
   found.sudoersFolder = "/private/etc/sudoers.d";
   found.localBin = "/usr/local/bin";
+  found.codexHome = folderFromEnvironment("CODEX_HOME").value_or("");
   found.statModified = "/usr/bin/stat -c %Y";
   std::array<char, PATH_MAX> room;
   if (const auto self = readProcessLink(AT_FDCWD, "/proc/self/exe", room)) found.executable = *self;

@@ -25,6 +25,8 @@ constexpr unsigned kRead = 0400, kWrite = 0200, kSearch = 0100;  // the owner's 
 struct MemoryFiles::Node {
   int kind = kFile;
   unsigned mode = 0644;
+  unsigned uid = 0;
+  unsigned gid = 0;
   std::uint64_t inode = 0;
   Date modified;
   std::string bytes;  // a link's target
@@ -202,6 +204,8 @@ std::optional<FileStatus> MemoryFiles::status(std::string_view path, Last last) 
   status.size = at.node->bytes.size();
   status.inode = at.node->inode;
   status.mode = at.node->mode;
+  status.uid = at.node->uid;
+  status.gid = at.node->gid;
   return status;
 }
 
@@ -329,6 +333,16 @@ bool MemoryFiles::setMode(const std::string& path, unsigned mode) {
   if (!at.node || at.readOnly) return false;
   return faults_.perform("chmod", path, [&] {
     at.node->mode = mode & 07777;
+    return true;
+  });
+}
+
+bool MemoryFiles::setOwner(const std::string& path, unsigned uid, unsigned gid) {
+  const Walk at = walk(path, Last::follow);
+  if (!at.node || at.readOnly) return false;
+  return faults_.perform("chown", path, [&] {
+    at.node->uid = uid;
+    at.node->gid = gid;
     return true;
   });
 }
