@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "core/Dates.h"
+#include "core/Guard.h"
 #include "core/PanelFormat.h"
 
 namespace tovi {
@@ -38,7 +39,7 @@ void limitByBattery(const AwakeReadings& readings, AwakeVerdict& verdict) {
     verdict.blockedReason = "Only on power";
   } else if (verdict.wants && readings.batteryFloor >= 1 && !readings.floorOverride && draining) {
     const int percent = readings.battery->percent;
-    if (percent <= readings.batteryFloor) verdict.floorLatched = true;
+    if (percent <= readings.batteryFloor && !without(Guard::batteryLimit)) verdict.floorLatched = true;
     if (verdict.floorLatched && percent <= readings.batteryFloor + kFloorRecovery) {
       verdict.blockedReason = fmt::format("Battery at {}%", percent);
       return;
@@ -59,7 +60,8 @@ void limitByHeat(const AwakeReadings& readings, AwakeVerdict& verdict) {
     verdict.hotSince = readings.now;
   }
   const bool hotForLong = verdict.hotSince && secondsBetween(*verdict.hotSince, readings.now) >= kHotMinutes * 60;
-  if (verdict.allowed && readings.heatGuard && (readings.thermal == ThermalState::critical || hotForLong)) {
+  const bool tooHot = readings.thermal == ThermalState::critical || hotForLong;
+  if (verdict.allowed && readings.heatGuard && tooHot && !without(Guard::heat)) {
     verdict.blockedReason = "Too hot";
     verdict.allowed = false;
   }

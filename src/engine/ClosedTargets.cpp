@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "core/Guard.h"
 #include "engine/Engine.h"
 #include "observe/AppClasses.h"
 #include "observe/SystemSwitches.h"
@@ -98,7 +99,8 @@ ClosedTargets Engine::closedTargets(Preset preset, const Skip& skip) {
       if (found.agentUsesXcode && (bundle == kXcode || bundle == kSimulator)) continue;
       if (found.testsRunning && bundle == kSimulator) continue;
       if (!app.path || app.pid == self || bundle == kClaudeDesktop || bundle == kOwnBundle) continue;
-      if (*app.path == ownApp || shieldedApps.contains(*app.path) || isSystemPart(*app.path)) continue;
+      const bool isShielded = shieldedApps.contains(*app.path) && !without(Guard::shield);
+      if (*app.path == ownApp || isShielded || isSystemPart(*app.path)) continue;
       AppRule chosen = rule(app.bundleIdentifier, preset);
       if (chosen == AppRule::leave) continue;
       // What looks like a service of an agent is not frozen unless the person said so.
@@ -209,7 +211,8 @@ void Engine::applyClosedTargets(std::optional<Preset> preset, const Skip& skip) 
 
   std::vector<Touched> all = staying;
   all.insert(all.end(), fresh.begin(), fresh.end());
-  if (!Journal::save(machine_, state_, all)) return;  // nothing is done to a process that the journal doesn't know
+  // Nothing is done to a process that the journal doesn't know.
+  if (!Journal::save(machine_, state_, all) && !without(Guard::journalFirst)) return;
   touched = all;
 
   const Pid self = machine_.processes.self();

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "core/Guard.h"
 #include "core/Json.h"
 #include "engine/Engine.h"
 #include "platform/Clock.h"
@@ -37,7 +38,7 @@ void Engine::followClock() {
   const double ahead = unixSeconds(machine_.clock.now()) - machine_.clock.sinceBoot().count();
   const double by = clockAhead_ ? ahead - *clockAhead_ : 0;
   clockAhead_ = ahead;
-  if (std::abs(by) < kStep) return;
+  if (std::abs(by) < kStep || without(Guard::clockFollowed)) return;
 
   watcher_.moveDates(by);
   sessions = watcher_.sessions();

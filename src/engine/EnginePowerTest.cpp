@@ -27,6 +27,7 @@ struct Engine::PowerTestRun {
   SavingKeys detail;  // to be measured on their own
   std::array<double, PowerTest::kTotalSteps> readings{};
   std::size_t taken = 0;
+  bool screenOffSetting = false;  // when it started
 
   // The lid can be opened and closed again between two looks at it.
   std::optional<std::string> interrupted;
@@ -62,6 +63,7 @@ bool Engine::savingOn(std::string_view key) const { return PowerTest::savingOn(k
 void Engine::runTotalTest(const SavingKeys& keys, const SavingKeys& then) {
   powerTest_ = std::make_shared<PowerTestRun>();
   powerTest_->detail = then;
+  powerTest_->screenOffSetting = config->screenOffNoLock;
   for (const std::string& key : keys) {
     if (key != "screen") powerTest_->was[key] = savingOn(key);
   }
@@ -219,6 +221,11 @@ void Engine::endPowerTest(std::optional<std::string> aborted) {
     SavingStates states = powerTest_->was;
     std::erase_if(states, [](const auto& state) { return isProcessSaving(state.first); });
     if (screenStepRan) states["screen"] = false;
+    // Changed while it ran, the setting is what the screen follows from now on.
+    if (const auto off = states.find("screen_off");
+        off != states.end() && config->screenOffNoLock != powerTest_->screenOffSetting) {
+      off->second = config->screenOffNoLock && !config->lockOnClose;
+    }
     setSavings(states);
   }
   screenStepRan = false;

@@ -22,6 +22,7 @@ constexpr char kKeepsGoing[] = "Close the lid, it keeps going";
 
 Hold Engine::addHold(const std::string& reason, std::optional<double> minutes, std::optional<Pid> pid,
                      std::optional<Pid> owner) {
+  followClock();
   Hold hold;
   hold.id = Hold::newId();
   hold.reason = reason;
@@ -60,6 +61,7 @@ int Engine::releaseHolds(Pid ownedBy, const std::optional<std::string>& id) {
 }
 
 void Engine::stayAwake(std::optional<int> minutes) {
+  followClock();
   Config next = config;
   if (next.mode != Mode::on) next.modeBeforeAlways = next.mode;
   next.mode = Mode::on;

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "core/Guard.h"
 #include "core/Json.h"
 #include "core/Text.h"
 #include "engine/Engine.h"
@@ -128,7 +129,7 @@ void Engine::enforceSafety() {
     corrected.heatGuard = true;
     lost.push_back("the heat guard stays on");
   }
-  if (corrected.batteryFloor < accepted->batteryFloor) {
+  if (corrected.batteryFloor < accepted->batteryFloor && !without(Guard::safetyAccepted)) {
     corrected.batteryFloor = accepted->batteryFloor;
     lost.push_back(fmt::format("the battery limit stays at {}%", accepted->batteryFloor));
   }

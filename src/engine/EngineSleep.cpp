@@ -36,7 +36,8 @@ std::optional<int> WakePlan::nextStep(std::optional<double> untilWake, int check
 
 void Engine::macWillSleep() {
   followClock();
-  if (receipt.get() && receipt.get()->sleepRequestedAt && !receipt.get()->sleptAt) {
+  // Only the session that asked for this sleep: after the lid was opened it is the person who sends it to sleep.
+  if (receipt.get() && receipt.get()->sleepRequestedAt && !receipt.get()->sleptAt && !receipt.get()->openedAt) {
     receipt.update([&](std::optional<Receipt>& record) { record->sleptAt = now(); });
   }
   sleepRetries = 0;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/Guard.h"
 #include "engine/Engine.h"
 #include "engine/Warnings.h"
 #include "observe/DisplayPower.h"
@@ -16,6 +17,16 @@ namespace {
 
 constexpr int kSleepRetries = 3;
 constexpr double kSleepRetryStep = 60;  // seconds
+constexpr double kPassed = 3600;
+
+// One that came while the person was at work: kept, it would wake a laptop in its bag right after the next sleep.
+void dropPassedWake(Engine& engine) {
+  const auto& wake = engine.config->wakeAt;
+  if (!wake || *wake + kPassed > unixSeconds(engine.now())) return;
+  Config next = engine.config;
+  next.wakeAt.reset();
+  engine.apply(std::move(next), true);
+}
 
 }  // namespace
 
@@ -33,7 +44,7 @@ void Engine::tick() {
   if (lidClosed && holding && !powerTestRunning && every(15)) {
     applyClosedTargets(heatForced ? Preset::longest : config->preset, {});
   }
-  if (!(lidClosed && holding) && !measuring && every(5)) repairClosedState();
+  if (!(lidClosed && holding) && !measuring && every(5) && !without(Guard::repair)) repairClosedState();
   if (!lidClosed && every(2)) repairScreen();
   if (holding) state_.touch(state_.path("hold"));
   if (holding && every(5)) settleSwitch();
@@ -41,6 +52,7 @@ void Engine::tick() {
   if (statsUnsaved_ && every(30)) saveStats();
   if (pendingRelease) retryRelease();
   if (every(5)) reloadConfigIfEdited();
+  if (every(30) && !lidClosed) dropPassedWake(*this);
   evaluate();
   settleAdoptedHold();
   settleWarning();
@@ -56,6 +68,7 @@ void Engine::retrySleep() {
 }
 
 void Engine::sampleWatchers() {
+  followClock();  // asked for from outside too, between two ticks
   std::vector<AgentKind> kinds;
   for (const CustomAgent& agent : config->customAgents) kinds.push_back(AgentKind::custom(agent));
   watcher_.sample(config->watchedApps, config->countRequests, kinds);
@@ -105,6 +118,9 @@ void Engine::retryRelease() {
   pendingRelease = false;
   clearWarning(warnings::kReleasePending);
   state_.remove(state_.path("hold"));
+  // A session's own wish to sleep is repeated by retrySleep(); after a check-in nobody else asks again.
+  const bool asked = receipt.get() && receipt.get()->sleepRequestedAt && !receipt.get()->openedAt;
+  if (!holding && !asked && Registry::lidClosed(machine_)) shell().pmsetRoot({"sleepnow"});
 }
 
 }  // namespace tovi

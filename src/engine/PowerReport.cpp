@@ -131,9 +131,6 @@ Value lowPower(const PowerReadings& readings) {
   suspect["title"] =
       turnsOn ? "Low Power Mode turns on with the lid closed" : "Low Power Mode stays off with the lid closed";
   addSetting(suspect, "low_power", readings.config.lowPowerWhileClosed, true);
-  if (!turnsOn && readings.config.lowPowerWhileClosed) {
-    suspect["note"] = fmt::format("The preset {} switches nothing.", publicName(readings.config.preset));
-  }
   addMeasured(suspect, readings, {"low_power"});
   return suspect;
 }

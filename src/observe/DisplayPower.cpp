@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "core/Guard.h"
 #include "core/StateFiles.h"
 #include "core/Text.h"
 #include "platform/Displays.h"
@@ -94,7 +95,7 @@ void Brightness::dimForClosedLid(const Machine& machine, const StateFiles& state
   const auto display = builtIn(machine);
   if (!display || !machine.displays.canSetBrightness()) return;
   const std::string path = state.path(kBrightnessRestore);
-  if (state.exists(kBrightnessRestore)) {
+  if (state.exists(kBrightnessRestore) && !without(Guard::brightnessOfThePerson)) {
     // Once dimmed, what the panel reports is our own zero; the person's value is the one in the file.
     machine.displays.setBrightness(*display, 0);
     return;

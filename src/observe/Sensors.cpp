@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/Guard.h"
 #include "observe/DisplayPower.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
@@ -72,7 +73,8 @@ std::optional<PowerSample> PowerSensor::sample(const Machine& machine) {
 
 std::optional<double> meanWatts(const PowerSample& earlier, const PowerSample& later) {
   if (!earlier.accumulated || !earlier.count || !later.accumulated || !later.count) return std::nullopt;
-  if (*earlier.count >= *later.count || *earlier.accumulated > *later.accumulated) return std::nullopt;
+  const bool backwards = *earlier.count >= *later.count || *earlier.accumulated > *later.accumulated;
+  if (backwards && !without(Guard::counters)) return std::nullopt;
   // Both differences are positive; unsigned, since they may exceed the signed range.
   const auto difference = [](std::int64_t from, std::int64_t to) {
     return static_cast<double>(static_cast<std::uint64_t>(to) - static_cast<std::uint64_t>(from));

@@ -3,6 +3,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "core/Guard.h"
 #include "core/Json.h"
 #include "core/StateFiles.h"
 #include "core/Text.h"
@@ -101,7 +102,7 @@ std::vector<Touched> Journal::undo(const Machine& machine, const std::vector<Tou
   std::vector<Touched> inForce;
   for (const Touched& entry : list) {
     if (!isSameProcess(machine, entry) || putBack(machine, entry.pid, entry.start, entry.paused)) continue;
-    if (isSameProcess(machine, entry)) inForce.push_back(entry);
+    if (isSameProcess(machine, entry) && !without(Guard::journalUntilUndone)) inForce.push_back(entry);
   }
   return inForce;
 }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "agents/AutoApprove.h"
+#include "core/Guard.h"
 #include "core/Shell.h"
 #include "core/StateFiles.h"
 #include "core/Text.h"
@@ -24,9 +25,9 @@ constexpr char kPartlyRestored[] = "partly restored";
 // Sleep goes back on only if the marker says that we switched it off: without it a set switch is somebody else's.
 bool releaseSleep(const Machine& machine, const StateFiles& state) {
   if (!state.exists("hold")) return true;
-  if (Registry::sleepDisabled(machine) == true && !Shell(machine.commands).pmsetRoot({"-a", "disablesleep", "0"})) {
-    return false;
-  }
+  const bool released =
+      Registry::sleepDisabled(machine) != true || Shell(machine.commands).pmsetRoot({"-a", "disablesleep", "0"});
+  if (!released && !without(Guard::markerUntilRescued)) return false;
   state.remove(state.path("hold"));
   return true;
 }

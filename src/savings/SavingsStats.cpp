@@ -39,7 +39,7 @@ std::optional<SavingsStats::Session> decode(const Value& value) {
   if (!at || !closed || !saved || !slept || !avoided) return std::nullopt;
   const auto percent = [&](std::string_view key) -> std::optional<int> {
     const auto number = json::integerAt(value, key);
-    return number && std::abs(*number) <= 100 ? std::optional{static_cast<int>(*number)} : std::nullopt;
+    return number && *number >= -100 && *number <= 100 ? std::optional{static_cast<int>(*number)} : std::nullopt;
   };
   return SavingsStats::Session{*at,
                                *closed,
