@@ -14,6 +14,8 @@
 #include "platform/MainQueue.h"
 #include "platform/Notices.h"
 #include "platform/Workspace.h"
+#include "remote/RemoteControl.h"
+#include "ui/Notifier.h"
 #include "ui/StatusController.h"
 
 namespace tovi {
@@ -21,6 +23,7 @@ namespace tovi {
 namespace {
 
 constexpr Seconds kAnnouncement{2};
+constexpr Seconds kLongAnnouncement{3.6};  // two lines that nobody waited for
 
 }  // namespace
 
@@ -37,6 +40,16 @@ void AppDelegate::didFinishLaunching(bool preview) {
   engine_ = std::make_unique<Engine>(machine_, false);
   ui_ = std::make_unique<StatusController>(*engine_, windows_);
   commands_ = std::make_unique<CommandCenter>(*engine_, *ui_);
+  engine_->onAnnounce = [this](const std::string& title, const std::string& body) {
+    ui_->island().announce(title, body, engine_->holding, kLongAnnouncement);
+  };
+  notifier_ = std::make_unique<Notifier>(*engine_, machine_.http);
+  remote_ = std::make_unique<RemoteControl>(
+      *engine_, machine_.http,
+      [this](std::string_view command, const nlohmann::json& args, RemoteControl::Result result) {
+        commands_->handle(command, args, std::move(result));
+      },
+      [this] { return engine_->panelJSON(); });
   hotkey_.setAction([this] { cycleMode(); });
   applyAppearanceSettings();
   observeSettings();

@@ -15,6 +15,8 @@ namespace tovi {
 
 class CommandCenter;
 class Engine;
+class Notifier;
+class RemoteControl;
 class StatusController;
 struct Machine;
 
@@ -44,6 +46,7 @@ class AppDelegate {
   Engine* engine() { return engine_.get(); }             // null before the launch
   StatusController* ui() { return ui_.get(); }           // null on a passive copy
   CommandCenter* commands() { return commands_.get(); }  // likewise
+  RemoteControl* remote() { return remote_.get(); }      // likewise
 
  private:
   struct Applied {
@@ -66,6 +69,8 @@ class AppDelegate {
   std::unique_ptr<Engine> engine_;
   std::unique_ptr<StatusController> ui_;
   std::unique_ptr<CommandCenter> commands_;
+  std::unique_ptr<Notifier> notifier_;
+  std::unique_ptr<RemoteControl> remote_;
   Hotkey hotkey_;
   std::optional<Applied> applied_;  // the last put into effect
   Registration settings_;

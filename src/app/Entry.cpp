@@ -92,9 +92,13 @@ int enter(int argc, char** argv) {
   const CLI::Words arguments(argv, argv + argc);
   if (!CLI::shouldRun(arguments)) return runApplication(machine.get());
   StandardOutput output;
-  return CLI::main(CLI::wordsOf(arguments), {.machine = [&]() -> const Machine& { return machine.get(); },
-                                             .sleep = [](Seconds span) { std::this_thread::sleep_for(span); },
-                                             .output = output});
+  const int status =
+      CLI::main(CLI::wordsOf(arguments), {.machine = [&]() -> const Machine& { return machine.get(); },
+                                          .sleep = [](Seconds span) { std::this_thread::sleep_for(span); },
+                                          .output = output});
+  if (output.complete() || status != 0) return status;
+  output.errorLine("tovi: couldn't write its output");
+  return 1;
 }
 
 }  // namespace tovi

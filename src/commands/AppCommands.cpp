@@ -23,10 +23,10 @@ void answerWatch(const CommandCall& call, const char* what, const std::string& n
 
 // The entry that a person means who wants it off the list.
 const WatchedApp* entryNamed(const std::vector<WatchedApp>& list, std::string_view text) {
-  const std::string bundleName = text::lowercased(text) + ".app";
+  const std::string name = text::folded(text);
   const auto at = std::ranges::find_if(list, [&](const WatchedApp& app) {
-    return text::equalIgnoringCase(app.name, text) || app.id == text ||
-           text::lowercased(text::lastPathComponent(app.id)) == bundleName;
+    return text::folded(app.name) == name || app.id == text ||
+           text::folded(text::lastPathComponent(app.id)) == name + ".app";
   });
   return at != list.end() ? &*at : nullptr;
 }

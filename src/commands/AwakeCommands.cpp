@@ -1,11 +1,13 @@
 // Commands that ask for staying awake, or for sleep.
 
 #include <algorithm>
-#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "commands/CommandCall.h"
+#include "commands/CommandCenter.h"
 #include "commands/PanelFormatTime.h"
+#include "core/Dates.h"
+#include "core/Json.h"
 #include "core/Text.h"
 #include "engine/Engine.h"
 #include "platform/Processes.h"
@@ -13,6 +15,8 @@
 namespace tovi {
 
 namespace {
+
+using Json = nlohmann::json;
 
 constexpr double kWeekMinutes = 7 * 24 * 60;
 constexpr double kDayMinutes = 24 * 60;
@@ -22,6 +26,8 @@ constexpr std::size_t kLongestReason = 80;  // characters
 constexpr double kUsualWake = 60;  // minutes
 constexpr double kShortestWake = 5;
 
+constexpr char kNeedsWakeSetup[] =
+    "Scheduled wakes need Set Up to run again (Settings › About › Set Up), once, after this update.";
 constexpr char kNeedsSetup[] = "Tovi needs its one-time setup first. Open Tovi from the menu bar and click Continue.";
 
 std::optional<Pid> pidOf(const Arguments& args, std::string_view key) {
@@ -88,6 +94,24 @@ void handlers::wake(const Arguments& args, const CommandCall& call) {
   const double minutes = std::max(args.number("minutes", kDayMinutes).value_or(kUsualWake), kShortestWake);
   const Hold hold = engine.addHold(reasonOf(args, "Woken from your phone"), minutes, std::nullopt, std::nullopt);
   call.succeed({{"hold", hold.form()}});
+}
+
+void handlers::wakeAt(const Arguments& args, const CommandCall& call) {
+  Engine& engine = call.engine;
+  std::optional<std::string> time = args.text("time");
+  if (const Json* given = args.value("time"); given != nullptr && given->is_number()) time = json::compact(*given);
+  if (!time) return call.fail("time: HH:MM, off, or Unix seconds");
+  // Also before wakes are set up: nothing then stands in the way of there being none.
+  if (const std::string word = text::lowercased(*time); word == "off" || word == "none" || word == "cancel") {
+    engine.setWake(std::nullopt, std::nullopt);
+    return call.succeed({{"wakeAt", nullptr}});
+  }
+  if (!engine.wakeReady) return call.fail(kNeedsWakeSetup);
+  const auto at = CommandCenter::parseWakeTime(*time, engine.now());
+  if (!at) return call.fail("time: HH:MM (24-hour), off, or Unix seconds");
+  const auto minutes = args.number("minutes", kDayMinutes);
+  engine.setWake(at, minutes ? std::optional{static_cast<int>(*minutes)} : std::nullopt);
+  call.succeed({{"wakeAt", dates::mediumDate(*at)}});
 }
 
 void handlers::release(const Arguments& args, const CommandCall& call) {

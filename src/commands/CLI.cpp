@@ -244,7 +244,8 @@ int CLI::main(const Words& words, const Ground& ground) {
       std::ranges::find_if(kRows, [&](const Row& r) { return std::ranges::find(r.names, word) != r.names.end(); });
   if (row == std::end(kRows) || word.empty()) return unknown(ground.output, word);
   Sorted read = sorted(words, *row);
-  if (row->most != kAny && (has(read.plain, "-h") || has(read.plain, "--help"))) {
+  // Only right after the word: further on it may be a value.
+  if (row->most != kAny && read.plain.size() > 1 && (read.plain[1] == "-h" || read.plain[1] == "--help")) {
     ground.output.print(CLITexts::kUsage);
     return 0;
   }

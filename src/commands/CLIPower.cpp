@@ -146,7 +146,8 @@ int powerTest(CLI::Context& context, bool detailed, bool screen, bool raw) {
     if (!raw) progress.show(state, elapsed());
   }
   progress.clear();
-  output.line("tovi: the test didn't finish in time; run tovi power later for results");
+  constexpr char kLate[] = "tovi: the test didn't finish in time; run tovi power later for results";
+  raw ? output.errorLine(kLate) : output.line(kLate);
   return 1;
 }
 

@@ -29,6 +29,13 @@ const char* watchdogState(const Setup& setup) {
 
 const char* word(std::optional<bool> value) { return value ? (*value ? "true" : "false") : "unknown"; }
 
+// Below each other; among them are names that other programs have given themselves.
+std::string listed(CLI::Context& context, const std::vector<std::string>& changes) {
+  std::string lines;
+  for (const std::string& change : changes) lines += "\n  " + context.output.shown(change);
+  return lines;
+}
+
 }  // namespace
 
 bool CLI::stopApplication(Context& context) {
@@ -54,7 +61,7 @@ int CLI::watchdog(Context& context, const Words&) {
 
 int CLI::doctor(Context& context, const Words&) {
   const auto line = [&](std::string_view name, std::string_view value) {
-    context.output.line(fmt::format("{}: {}", name, value));
+    context.output.line(fmt::format("{}: {}", name, context.output.shown(value)));
   };
   const Setup setup(context.machine, context.state);
   const bool alive = Heartbeat::appIsAlive(context.machine, context.state);
@@ -64,8 +71,7 @@ int CLI::doctor(Context& context, const Words&) {
   line("Sleep permission", setup.permissionReady() ? "set up" : "missing (open Tovi to set it up)");
   line("Sleep switched off right now", word(Registry::sleepDisabled(context.machine)));
   const auto changes = Watchdog::outstanding(context.machine, context.state);
-  context.output.line("Changes Tovi has made right now:" +
-                      (changes.empty() ? " none" : fmt::format("\n  {}", fmt::join(changes, "\n  "))));
+  context.output.line("Changes Tovi has made right now:" + (changes.empty() ? " none" : listed(context, changes)));
   if (!alive) return 0;
   const auto reply = context.client.attempt("status", nlohmann::json::object(), kUsualTimeout);
   if (!reply) return 0;
@@ -79,7 +85,7 @@ int CLI::rescue(Context& context, const Words&) {
   Watchdog::run(context.machine, context.state, true);
   const auto left = Watchdog::outstanding(context.machine, context.state);
   if (!left.empty()) {
-    context.output.line(fmt::format("Couldn't undo:\n  {}", fmt::join(left, "\n  ")));
+    context.output.line("Couldn't undo:" + listed(context, left));
     context.output.line(
         "By hand: sudo pmset -a disablesleep 0 switches sleep back on; quit and reopen any app listed above.");
     return 1;

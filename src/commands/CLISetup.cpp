@@ -53,7 +53,7 @@ int CLI::uninstall(Context& context, const Words&) {
   if (!left.empty()) {
     return failed(context, fmt::format("Not removed yet: {}. Tovi keeps its helper so it can keep trying; try again in "
                                        "a minute.",
-                                       fmt::join(left, ", ")));
+                                       context.output.shown(fmt::format("{}", fmt::join(left, ", ")))));
   }
   if (const SetupError error = Setup(context.machine, context.state).uninstall()) return failed(context, *error);
   context.output.line("Removed. Quit Tovi and move it to the Trash to finish.");

@@ -34,7 +34,7 @@ using Handler = void(const Arguments& args, const CommandCall& call);
 // What it is doing.
 Handler status, energy, config;
 // Staying awake and going to sleep.
-Handler mode, track, sleepNow, hold, release, releaseOwn, releasePid, wake, overrideFloor;
+Handler mode, track, sleepNow, hold, release, releaseOwn, releasePid, wake, wakeAt, overrideFloor;
 // Presets, rules and lists.
 Handler preset, rule, watch, agent;
 // The program itself.

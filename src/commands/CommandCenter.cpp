@@ -31,6 +31,7 @@ constexpr Command kCommands[] = {
     {"release_own", handlers::releaseOwn},
     {"release_pid", handlers::releasePid},
     {"wake", handlers::wake},
+    {"wake_at", handlers::wakeAt},
     {"override_floor", handlers::overrideFloor},
     {"preset", handlers::preset},
     {"rule", handlers::rule},

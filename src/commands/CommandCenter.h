@@ -35,6 +35,10 @@ class CommandCenter {
   static std::optional<Mode> parseMode(std::string_view text) { return tovi::parseMode(text); }
   static std::optional<Preset> parsePreset(std::string_view text) { return tovi::parsePreset(text); }
 
+  // "HH:MM", 24 hours: the next such time more than a minute ahead. Or seconds since 1970, more than a minute and less
+  // than a week ahead. Absent for anything else.
+  static std::optional<Date> parseWakeTime(std::string_view text, Date now);
+
  private:
   Engine& engine_;
   StatusController& ui_;

@@ -49,6 +49,8 @@ void StandardOutput::printError(std::string_view text) {
 
 void StandardOutput::flush() { std::fflush(stdout); }
 
+bool StandardOutput::complete() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
+
 bool StandardOutput::isTerminal() const { return ::isatty(STDOUT_FILENO) != 0; }
 
 bool StandardOutput::hasInks() const {

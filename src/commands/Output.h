@@ -44,6 +44,8 @@ class StandardOutput final : public Output {
   void flush() override;
   bool isTerminal() const override;
   bool hasInks() const override;  // on a terminal that can, unless NO_COLOR is set
+
+  bool complete();  // all of it has gone out
 };
 
 }  // namespace tovi

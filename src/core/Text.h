@@ -25,9 +25,11 @@ std::vector<std::string_view> pieces(std::string_view text, std::string_view sep
 
 std::string_view lastPathComponent(std::string_view path);
 
-// The whole text as one decimal number that fits; absent for anything else, blanks around it included.
+// The whole text as one decimal number that fits, with a sign or without; absent for anything else, blanks around it
+// included.
 template <class Number>
 std::optional<Number> decimal(std::string_view text) {
+  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
   Number value{};
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;

@@ -26,7 +26,8 @@ class CommandLine : public testing::Test, protected World {
   }
 
   int run(const CLI::Words& words) {
-    output = {};
+    output.out.clear();
+    output.err.clear();
     return CLI::main(words, {.machine = [this]() -> const Machine& { return laptop.machine(); },
                              .sleep = [this](Seconds span) { laptop.advance(span); },
                              .output = output});
@@ -136,7 +137,7 @@ TEST_F(CommandLine, WordsBecomeRequests) {
       {{"rule", "Xcode", "pause"}, R"(rule {"app":"Xcode","rule":"pause"})"},
       {{"watch", "make"}, R"(watch {"app":"make"})"},
       {{"unwatch", "make"}, R"(watch {"app":"make","remove":true})"},
-      {{"set", "mode", "on"}, R"(set {"key":"mode","value":"on"})"},
+      {{"set", "ntfy_topic", "-h"}, R"(set {"key":"ntfy_topic","value":"-h"})"},
       {{"config"}, "config {}"},
       {{"settings"}, "schema {}"},
       {{"power"}, "power {}"},
@@ -241,6 +242,10 @@ TEST_F(CommandLine, DoctorAsksALivingApplication) {
       output.out.ends_with("Changes Tovi has made right now: none\n"
                            "Status: Nothing running · sleeps when closed\n"))
       << output.out;
+  app->engine()->addHold("evil\033]0;owned\a", {}, {}, {});
+  output.terminal = true;
+  run({"doctor"});
+  EXPECT_EQ(output.out.find('\033'), std::string::npos) << output.out;
 }
 
 TEST_F(CommandLine, RescuePutsEverythingBackThoughTheApplicationIsStuck) {

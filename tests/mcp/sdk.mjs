@@ -91,18 +91,20 @@ const checks = {
   },
 
   async "the end of input, or of a reader, ends the server with 0"() {
-    for (const end of ["stdin", "stdout"]) {
-      const server = spawn(program, ["mcp"], { stdio: ["pipe", "pipe", "inherit"] });
+    // A sanitizer's look for leaks is no part of the program, and a busy computer none of its doing: the best of three.
+    const env = { ...process.env, ASAN_OPTIONS: `${process.env.ASAN_OPTIONS ?? ""}:detect_leaks=0` };
+    const best = { stdin: Infinity, stdout: Infinity };
+    for (const end of ["stdin", "stdout", "stdin", "stdout", "stdin", "stdout"]) {
+      const server = spawn(program, ["mcp"], { stdio: ["pipe", "pipe", "inherit"], env });
       server.stdin.write('{"jsonrpc": "2.0", "id": "one", "method": "ping"}\n');
       assert.equal(String((await once(server.stdout, "data"))[0]), '{"id":"one","jsonrpc":"2.0","result":{}}\n');
       const before = performance.now();
       if (end === "stdin") server.stdin.end();
       else server.stdout.destroy();
       assert.deepEqual(await once(server, "exit"), [0, null], end);
-      const took = performance.now() - before;
-      // 100 ms are meant; a program built with sanitizers looks for leaks at its end.
-      assert.ok(took < 1000, `${end}: ${took} ms`);
+      best[end] = Math.min(best[end], performance.now() - before);
     }
+    assert.ok(best.stdin < 100 && best.stdout < 100, `${best.stdin} and ${best.stdout} ms`);
   },
 };
 
