@@ -126,6 +126,47 @@ TEST(Panel, ThePlanNamesWhatClosingTheLidDoesToEachApp) {
   EXPECT_EQ(plan["Terminal"].words, "keeps running (Tovi needs it)") << "the agent runs in it";
 }
 
+// Each app's watts are a digit of their own, so that the sum tells all shares.
+TEST(Panel, TheEstimateKnowsWhatTheClosedLidLeavesToEachApp) {
+  Desk desk;
+  Engine& engine = desk.engine();
+  desk.laptop.advance(20);  // the agent's terminal is known
+  engine.battery = std::nullopt;
+  engine.systemWatts = std::nullopt;
+  engine.closedDraw = std::nullopt;
+  const auto app = [](const char* id, std::optional<std::string> bundle, double watts, bool system = false) {
+    return AppUsage{id, id, std::move(bundle), watts, 0, {}, system};
+  };
+  engine.apps = std::vector{app("/System/Library/X.app", "com.apple.x", 4000000, true),
+                            app("ffmpeg", {}, 400000),
+                            app(kTerminal, "com.example.terminal", 40000),
+                            app("/Applications/Odd.app", {}, 4000),
+                            app(kDocker, "com.docker.docker", 400),
+                            app(kMusic, "com.spotify.client", 40),
+                            app(kNotes, "com.example.notes", 4)};
+  const double kept = 1.6 + 400000 + 40000;
+  const auto estimate = [&](Preset preset, const std::map<std::string, AppRule>& rules = {}) {
+    Config next = engine.config;
+    next.preset = preset;
+    next.appRules = rules;
+    engine.config = next;
+    return engine.closedEstimate();
+  };
+  EXPECT_NEAR(estimate(Preset::speed), kept + 4444, 1e-6);
+  EXPECT_NEAR(estimate(Preset::balanced), kept + 1111, 1e-6);
+  EXPECT_NEAR(estimate(Preset::longest), kept + 1140, 1e-6);
+  EXPECT_NEAR(estimate(Preset::speed, {{"com.example.notes", AppRule::pause}, {"com.spotify.client", AppRule::slow}}),
+              kept + 4410, 1e-6);
+  EXPECT_NEAR(estimate(Preset::longest, {{"com.example.notes", AppRule::leave}}), kept + 1144, 1e-6);
+
+  // What the power report calls busy: the person's apps that something could be done about.
+  Json suspects = engine.powerReport()["suspects"];
+  const auto busy = std::ranges::find_if(suspects, [](const Json& suspect) { return suspect["id"] == "apps"; });
+  ASSERT_NE(busy, suspects.end());
+  EXPECT_EQ((*busy)["title"], "Busy apps: /Applications/Odd.app 4000.0 W (slow), " + std::string(kDocker) +
+                                  " 400.0 W (slow), " + kMusic + " 40.0 W (leave), " + kNotes + " 4.0 W (leave)");
+}
+
 // Numbers as JSON and as words: nothing that isn't one.
 void expectSound(const std::string& text, const std::string& where) {
   for (const char* word : {"nan", "NaN", "inf", "Inf"}) {
