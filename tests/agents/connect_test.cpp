@@ -113,6 +113,31 @@ TEST(Connect, AddsToEveryHomeOnceAndKeepsABackup) {
   }
 }
 
+TEST(Connect, KeepsTheOwnerOrLeavesTheFileAlone) {
+  for (const Agent& agent : agents()) {
+    SCOPED_TRACE(agent.name);
+    const auto furnish = [&](Home& home) {
+      home.put(agent.plain);
+      home.files().setOwner(agent.path, 7, 8);
+      return home.laptop.faults().operations();
+    };
+    Home ours(agent);
+    const std::int64_t before = furnish(ours);
+    EXPECT_EQ(ours.run(), agent.added);
+    EXPECT_EQ(ours.files().status(agent.path)->uid, 7u);
+    EXPECT_EQ(ours.files().status(agent.path)->gid, 8u);
+    const auto log = ours.laptop.faults().log(before + 1);
+    const auto given = std::ranges::find_if(log, [](const std::string& line) { return line.starts_with("chown "); });
+    ASSERT_NE(given, log.end());
+
+    Home theirs(agent);
+    furnish(theirs);
+    theirs.laptop.faults().failOperation(before + 1 + (given - log.begin()));
+    EXPECT_TRUE(theirs.run().starts_with(agent.unwritten));
+    EXPECT_EQ(theirs.text(), agent.plain);
+  }
+}
+
 TEST(Connect, FollowsALinkAndReplacesItsTarget) {
   for (const Agent& agent : agents()) {
     SCOPED_TRACE(agent.name);
