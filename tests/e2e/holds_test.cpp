@@ -150,6 +150,15 @@ TEST_F(EndToEndHolds, RunTellsOfSignalsAndOfCommandsThatCannotStart) {
   EXPECT_TRUE(holds().empty());
 }
 
+// As a shell starts its background jobs: the keyboard's interrupts are none of theirs.
+TEST_F(EndToEndHolds, RunKeepsIgnoringWhatItsStarterIgnored) {
+  const std::vector<std::string> words{"run", "--", "grep", "SigIgn", "/proc/self/status"};
+  EXPECT_TRUE(stage.tovi(words).out.ends_with("0\n"));
+  ::signal(SIGINT, SIG_IGN);
+  EXPECT_TRUE(stage.tovi(words).out.ends_with("2\n")) << "the bit of SIGINT";
+  ::signal(SIGINT, SIG_DFL);
+}
+
 TEST(EndToEndWithoutTheApplication, RunStillRunsItsCommand) {
   Stage stage;
   const auto outcome = stage.tovi({"run", "--", "sh", "-c", "echo done; exit 3"}, 60s);

@@ -30,6 +30,13 @@ void keepExitStatuses() {
   if (::sigaction(SIGCHLD, nullptr, &now) == 0 && now.sa_handler == SIG_IGN) ::signal(SIGCHLD, SIG_DFL);
 }
 
+constexpr int kInheritable[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE};
+
+bool isIgnored(int signal) {
+  struct sigaction now {};
+  return ::sigaction(signal, nullptr, &now) == 0 && now.sa_handler == SIG_IGN;
+}
+
 class SpawnPlan {
  public:
   SpawnPlan() {
@@ -49,14 +56,15 @@ class SpawnPlan {
     posix_spawnattr_destroy(&attributes_);
   }
 
-  // "nohup" made the terminal's end of no account for us; so it is for the child.
-  void keepHangupIgnored() {
-    struct sigaction now {};
-    if (::sigaction(SIGHUP, nullptr, &now) != 0 || now.sa_handler != SIG_IGN) return;
-    sigset_t most;
-    sigfillset(&most);
-    sigdelset(&most, SIGHUP);
-    posix_spawnattr_setsigdefault(&attributes_, &most);
+  // What is ignored now and was when we were started goes on to the child: "nohup" made the terminal's end of no
+  // account, and a shell in the background the keyboard.
+  void keepIgnored(const sigset_t& inherited) {
+    sigset_t rest;
+    sigfillset(&rest);
+    for (const int signal : kInheritable) {
+      if (sigismember(&inherited, signal) == 1 && isIgnored(signal)) sigdelset(&rest, signal);
+    }
+    posix_spawnattr_setsigdefault(&attributes_, &rest);
   }
 
   void outputTo(int fd) {
@@ -153,7 +161,12 @@ constexpr const char* kOpen = "/usr/bin/open";
 }  // namespace
 
 LinuxCommands::LinuxCommands(std::string executable, std::string pkexec)
-    : executable_(std::move(executable)), pkexec_(std::move(pkexec)) {}
+    : executable_(std::move(executable)), pkexec_(std::move(pkexec)) {
+  sigemptyset(&ignored_);
+  for (const int signal : kInheritable) {
+    if (isIgnored(signal)) sigaddset(&ignored_, signal);
+  }
+}
 
 CommandResult LinuxCommands::open(const std::vector<std::string>& arguments) {
   if (arguments != std::vector<std::string>{"-g", "-b", "com.norvane.Tovi"}) return {-1, "no such tool here"};
@@ -206,7 +219,7 @@ ElevationResult LinuxCommands::runElevated(const std::string& shellText, const s
 std::optional<Pid> LinuxCommands::start(const std::string& path, const std::vector<std::string>& arguments) {
   if (path == kOpen) return {};
   SpawnPlan plan;
-  plan.keepHangupIgnored();
+  plan.keepIgnored(ignored_);
   pid_t child = 0;
   if (plan.start(path, arguments, child) != 0) return {};
   return child;

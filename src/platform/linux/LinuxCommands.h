@@ -1,6 +1,8 @@
 // Other programs on this computer.
 #pragma once
 
+#include <csignal>
+
 #include "platform/Commands.h"
 
 namespace tovi {
@@ -27,6 +29,7 @@ class LinuxCommands : public Commands {
 
   std::string executable_;
   std::string pkexec_;
+  sigset_t ignored_;  // when this was made
 };
 
 }  // namespace tovi
