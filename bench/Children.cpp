@@ -41,6 +41,20 @@ pid_t start(const std::vector<std::string>& words, const Environment& environmen
   return failed ? -1 : pid;
 }
 
+// The same, slower, for one that dies with this process.
+pid_t startBound(const std::vector<std::string>& words, const Environment& environment) {
+  const auto wordPointers = pointers(words), environmentPointers = pointers(environment);
+  const pid_t parent = ::getpid();
+  const pid_t pid = ::fork();
+  if (pid != 0) return pid;
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != parent) ::_exit(127);
+  const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+  for (const int stream : {0, 1, 2}) ::dup2(nothing, stream);
+  ::execve(words[0].c_str(), wordPointers.data(), environmentPointers.data());
+  ::_exit(127);
+}
+
 long numberAfter(const std::string& file, const std::string& key) {
   std::ifstream lines(file);
   for (std::string line; std::getline(lines, line);)
@@ -61,13 +75,8 @@ std::size_t processCount() {
 
 bool Sleepers::fillUpTo(std::size_t count) {
   while (pids_.size() < count) {
-    const pid_t pid = ::fork();
+    const pid_t pid = startBound({"/bin/sleep", "3600"}, {});
     if (pid < 0) return false;
-    if (pid == 0) {
-      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-      ::execl("/bin/sleep", "sleep", "3600", static_cast<char*>(nullptr));
-      ::_exit(127);
-    }
     pids_.push_back(pid);
   }
   return true;
@@ -96,7 +105,7 @@ Run run(const std::vector<std::string>& words, const Environment& environment) {
 }
 
 Resident::Resident(const std::vector<std::string>& words, const Environment& environment)
-    : pid_(start(words, environment)) {}
+    : pid_(startBound(words, environment)) {}
 
 Resident::~Resident() {
   if (pid_ < 2) return;

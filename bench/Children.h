@@ -38,7 +38,7 @@ struct Run {
 // Runs a program to its end, its output thrown away.
 Run run(const std::vector<std::string>& words, const Environment& environment);
 
-// A program that runs until this goes.
+// A program that runs until this goes; the first word is its whole path.
 class Resident {
  public:
   Resident(const std::vector<std::string>& words, const Environment& environment);

@@ -15,6 +15,8 @@ class Table {
            bool atLeast = false);
   // What could not be measured here, and why.
   void addMissing(const std::string& what, const std::string& why);
+  // What there is nothing to compare with here, and why; no goal is missed by it.
+  void addIncomparable(const std::string& what, const std::string& why);
 
   std::string text() const;
   bool allMet() const;

@@ -75,6 +75,7 @@ SavingsStats SavingsStats::load(const StateFiles& state) {
 void SavingsStats::add(Session session) {
   allTimeWhSaved += session.whSaved;
   allTimeWhAvoided += session.whAvoided;
+  sessions.reserve(sessions.size() + 1);  // no more, or the account would hold twice its room for ever
   sessions.push_back(std::move(session));
   if (sessions.size() > kMostSessions) {
     sessions.erase(sessions.begin(), sessions.end() - static_cast<std::ptrdiff_t>(kMostSessions));
