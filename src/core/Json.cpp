@@ -5,34 +5,14 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "platform/JsonDepth.h"
+
 namespace tovi::json {
 
 namespace {
 
 constexpr int kMostOverflows = 64;
 constexpr int kNumberOverflow = 406;  // the library's number of that error
-
-// Lists in lists. Copying and printing a value take as much stack as it is deep, so that without a limit a text of
-// nothing but brackets would end the program.
-constexpr int kDeepest = 512;
-
-bool tooDeep(std::string_view text) {
-  int depth = 0;
-  bool quoted = false;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const char c = text[at];
-    if (quoted && c == '\\') {
-      ++at;
-    } else if (c == '"') {
-      quoted = !quoted;
-    } else if (!quoted && (c == '[' || c == '{')) {
-      if (++depth > kDeepest) return true;
-    } else if (!quoted && (c == ']' || c == '}')) {
-      --depth;
-    }
-  }
-  return false;
-}
 
 // The literal of a number that no double can hold, which the error's text names between quotes, made null.
 bool nullify(std::string& text, std::string_view error) {
@@ -87,7 +67,7 @@ void mendHalves(std::string& text) {
 }  // namespace
 
 std::optional<Value> parse(std::string_view text) {
-  if (tooDeep(text)) return std::nullopt;
+  if (isTooDeep(text)) return std::nullopt;
   Value value = Value::parse(text, nullptr, /*allow_exceptions=*/false);
   if (!value.is_discarded()) return value;
   // 1e999 is JSON all the same: it costs its own value, not the document.

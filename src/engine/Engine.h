@@ -342,6 +342,7 @@ class Engine {
   bool watchdogRepairTried_ = false;
   bool settingUp_ = false;
   bool statsUnsaved_ = false;                // the statistics couldn't be written
+  bool runtimeUnsaved_ = false;              // nor the requests: one that was released would come back
   std::shared_ptr<PowerTestRun> powerTest_;  // while it runs
   std::uint32_t displayAssertion_ = 0;
   int screenSwitches_ = 0;  // counts closings, so that a late look at the lock knows its own

@@ -124,7 +124,12 @@ void Engine::expireHolds() {
   saveRuntime();
 }
 
-bool Engine::switchSleepOff() { return shell().pmsetRoot({"-a", "disablesleep", "1"}); }
+// Whoever wants it, for whatever reason: somebody may have taken the marker away since it was written, or it may stand
+// where a loss of power would take it, which the switch survives.
+bool Engine::switchSleepOff() {
+  const bool marked = state_.exists("hold") && machine_.files.syncFolder(state_.dir());
+  return (marked || without(Guard::markerFirst)) && shell().pmsetRoot({"-a", "disablesleep", "1"});
+}
 bool Engine::switchSleepOn() { return shell().pmsetRoot({"-a", "disablesleep", "0"}); }
 
 void Engine::startHold(const std::optional<std::string>& reason) {

@@ -31,7 +31,8 @@ void Engine::saveRuntime() {
   json::Value list = json::Value::array();
   for (const Hold& hold : *holds) list.push_back(hold.toJson());
   const json::Value clock{{"boot", bootMark()}, {"offset", json::rounded(clockOffset(), 3)}};
-  state_.writeAtomically(json::pretty({{"holds", std::move(list)}, {"clock", clock}}), state_.path("runtime.json"));
+  const std::string text = json::pretty({{"holds", std::move(list)}, {"clock", clock}});
+  runtimeUnsaved_ = !state_.writeAtomically(text, state_.path("runtime.json"));
 }
 
 void Engine::restoreRuntime() {

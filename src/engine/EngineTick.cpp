@@ -50,6 +50,10 @@ void Engine::tick() {
   if (holding && every(5)) settleSwitch();
   if (ticks % 150 == 3) checkWatchdog();
   if (statsUnsaved_ && every(30)) saveStats();
+  if (runtimeUnsaved_ && every(5)) saveRuntime();
+  // One that couldn't be removed: it would make ours what somebody else switches later.
+  const bool markerStandsForUs = holding || checkInUntil || adoptedHoldUntil;
+  if (!markerStandsForUs && every(5) && state_.exists("hold")) pendingRelease = true;
   if (pendingRelease) retryRelease();
   if (every(5)) reloadConfigIfEdited();
   if (every(30) && !lidClosed) dropPassedWake(*this);

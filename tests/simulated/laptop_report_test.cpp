@@ -123,6 +123,12 @@ TEST(LaptopReport, WhatIsNoObjectIsNotAReport) {
   }
 }
 
+TEST(LaptopReport, NothingButBracketsIsNotAReport) {
+  const std::string deep = R"({"a":)" + std::string(100'000, '[') + std::string(100'000, ']') + "}";
+  EXPECT_FALSE(LaptopReport::parse(deep));
+  EXPECT_FALSE(parsed(LaptopReport::withPrivileged(deep, false, {})).privileged);
+}
+
 TEST(LaptopReport, SettingTheRuleKeepsWhatAPersonWrote) {
   const std::string text = LaptopReport::withPrivileged(R"({"note": "mine", "lid": "closed"})", false, {});
   EXPECT_NE(text.find(R"("note": "mine")"), std::string::npos);

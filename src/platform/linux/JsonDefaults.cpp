@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "platform/JsonDepth.h"
+
 namespace tovi {
 
 using nlohmann::json;
@@ -21,7 +23,8 @@ const json& JsonDefaults::current() {
   read_ = status;
   object_ = std::make_unique<json>(json::object());
   if (status) {
-    json parsed = json::parse(files_.read(path_).value_or(""), nullptr, false);
+    const std::string text = files_.read(path_).value_or("");
+    json parsed = isTooDeep(text) ? json() : json::parse(text, nullptr, false);
     if (parsed.is_object()) *object_ = std::move(parsed);
   }
   return *object_;

@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "platform/JsonDepth.h"
+
 namespace tovi {
 
 namespace {
@@ -223,6 +225,9 @@ Json listOf(const std::vector<Element>& elements) {
   return list;
 }
 
+// No object if the text isn't JSON.
+Json jsonOf(std::string_view text) { return isTooDeep(text) ? Json() : Json::parse(text, nullptr, false); }
+
 std::string textOf(const Json& json) { return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
 
 }  // namespace
@@ -240,7 +245,7 @@ BatteryProperties LaptopReport::ordinaryBattery() {
 }
 
 std::optional<LaptopReport> LaptopReport::parse(std::string_view text) {
-  const Json json = Json::parse(text, nullptr, false);
+  const Json json = jsonOf(text);
   if (!json.is_object()) return std::nullopt;
   LaptopReport report;
   kLids.takeKey(json, "lid", report.lid);
@@ -296,7 +301,7 @@ std::string LaptopReport::toJson() const {
 }
 
 std::string LaptopReport::withPrivileged(std::string_view text, bool privileged, const LaptopReport& fallback) {
-  Json json = Json::parse(text, nullptr, false);
+  Json json = jsonOf(text);
   if (!json.is_object()) {
     LaptopReport whole = fallback;
     whole.privileged = privileged;

@@ -160,6 +160,27 @@ bool MemoryFiles::step(Walk& walk, std::string_view path, Last last, int depth) 
   return true;
 }
 
+// Asked for all the time, and mostly of plain paths, for which the way needn't be kept.
+MemoryFiles::NodePtr MemoryFiles::find(std::string_view path) {
+  const NodePtr* node = &root_;
+  for (std::size_t at = 0; at < path.size();) {
+    if (path[at] == '/') {
+      ++at;
+      continue;
+    }
+    const std::size_t end = std::min(path.find('/', at), path.size());
+    const std::string_view name = path.substr(at, end - at);
+    at = end;
+    if (name == "." || name == "..") return walk(path, Last::follow).node;
+    if ((*node)->kind != kFolder || ((*node)->mode & kSearch) == 0) return nullptr;
+    const auto found = (*node)->entries.find(name);
+    if (found == (*node)->entries.end()) return nullptr;
+    node = &found->second;
+    if ((*node)->kind == kLink) return walk(path, Last::follow).node;
+  }
+  return *node;
+}
+
 void MemoryFiles::remember(Node& folder, std::string_view name) {
   if (folder.unsynced.contains(name)) return;
   const auto at = folder.entries.find(name);
@@ -184,9 +205,9 @@ void MemoryFiles::changed(Node& folder, std::string_view name) {
 }
 
 std::optional<std::string> MemoryFiles::read(const std::string& path) {
-  const Walk at = walk(path, Last::follow);
-  if (!at.node || at.node->kind != kFile || (at.node->mode & kRead) == 0) return std::nullopt;
-  return at.node->bytes;
+  const NodePtr node = find(path);
+  if (!node || node->kind != kFile || (node->mode & kRead) == 0) return std::nullopt;
+  return node->bytes;
 }
 
 std::optional<FileStatus> MemoryFiles::status(const std::string& path) { return status(path, Last::follow); }
@@ -194,26 +215,26 @@ std::optional<FileStatus> MemoryFiles::status(const std::string& path) { return 
 std::optional<FileStatus> MemoryFiles::linkStatus(const std::string& path) { return status(path, Last::keep); }
 
 std::optional<FileStatus> MemoryFiles::status(std::string_view path, Last last) {
-  const Walk at = walk(path, last);
-  if (!at.node) return std::nullopt;
+  const NodePtr node = last == Last::follow ? find(path) : walk(path, last).node;
+  if (!node) return std::nullopt;
   FileStatus status;
-  status.kind = at.node->kind == kFolder ? FileStatus::Kind::folder
-                : at.node->kind == kFile ? FileStatus::Kind::file
-                                         : FileStatus::Kind::other;
-  status.modified = at.node->modified;
-  status.size = at.node->bytes.size();
-  status.inode = at.node->inode;
-  status.mode = at.node->mode;
-  status.uid = at.node->uid;
-  status.gid = at.node->gid;
+  status.kind = node->kind == kFolder ? FileStatus::Kind::folder
+                : node->kind == kFile ? FileStatus::Kind::file
+                                      : FileStatus::Kind::other;
+  status.modified = node->modified;
+  status.size = node->bytes.size();
+  status.inode = node->inode;
+  status.mode = node->mode;
+  status.uid = node->uid;
+  status.gid = node->gid;
   return status;
 }
 
 std::optional<std::vector<std::string>> MemoryFiles::list(const std::string& folder) {
-  const Walk at = walk(folder, Last::follow);
-  if (!at.node || at.node->kind != kFolder || (at.node->mode & kRead) == 0) return std::nullopt;
+  const NodePtr node = find(folder);
+  if (!node || node->kind != kFolder || (node->mode & kRead) == 0) return std::nullopt;
   std::vector<std::string> names;
-  for (const auto& [name, node] : at.node->entries) names.push_back(name);
+  for (const auto& [name, entry] : node->entries) names.push_back(name);
   return names;
 }
 

@@ -76,6 +76,7 @@ class MemoryFiles final : public Files, public FileEvents {
   enum class Last { follow, keep };
   std::optional<FileStatus> status(std::string_view path, Last last);
   Walk walk(std::string_view path, Last last);
+  NodePtr find(std::string_view path);  // what a path stands for, links followed; null: nothing there
   bool step(Walk& walk, std::string_view path, Last last, int depth);
   NodePtr make(int kind, unsigned mode);
   NodePtr makeFolder(std::string_view folder, unsigned mode);  // with those above it; null if a file is in the way
