@@ -26,13 +26,13 @@ Breaches upwardIncludes(const SourceTree& tree);
 // Files of src/ that include each other in a circle.
 Breaches includeCircles(const SourceTree& tree);
 
-// A test or source file that the CMakeLists.txt of its folder, or of one above it, doesn't list.
+// A file of C++ that the CMakeLists.txt of its folder, or of one above it, doesn't list.
 Breaches filesOutOfTheBuild(const SourceTree& tree);
 
 // Includes that cost every build: the whole JSON library in a header, streams anywhere in src/.
 Breaches costlyIncludes(const SourceTree& tree);
 
-// References to papers and places that a reader of this repository doesn't have.
+// References to papers and places that a reader of this repository doesn't have, and hosts from which packages come.
 Breaches foreignReferences(const SourceTree& tree);
 
 // A header that may be included twice, or that says nothing about itself in its first line.
