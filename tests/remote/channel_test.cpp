@@ -135,15 +135,18 @@ TEST(RemoteChannel, TheCursorIsWrittenBeforeTheMessageIsOpened) {
   world.slow = true;
   world.send(world.command("panel"));
   EXPECT_EQ(world.cursor(), world.relay.model().messages().back().id) << "before its command has run";
+  world.slow = false;
+  world.ran[0].result(world.result);  // what follows would wait for it
+  world.laptop.settle();
+  const std::string last = world.cursor();
   world.relay.keepalive(world.phone.topics.cmd);
   world.laptop.settle();
-  EXPECT_EQ(world.cursor(), world.relay.model().messages().back().id) << "other events' ids are none";
+  EXPECT_EQ(world.cursor(), last) << "other events' ids are none";
   for (const char* bad : {"", "with-hyphen", "123456789012345678901234567890123", "a/../b", "ü"}) {
-    world.slow = false;
     world.relay.tellSubscribers(world.phone.topics.cmd,
                                 Json{{"event", "message"}, {"id", bad}, {"message", "x"}}.dump() + "\n");
     world.laptop.settle();
-    EXPECT_EQ(world.cursor(), world.relay.model().messages().back().id) << bad;
+    EXPECT_EQ(world.cursor(), last) << bad;
   }
 }
 
