@@ -38,6 +38,12 @@ std::string_view textOf(std::string_view text, const TomlItem& item) {
   return text.substr(item.begin, item.end - item.begin);
 }
 
+// Nothing but what TOML takes for blank: after anything else no header may stand on the same line.
+bool isBlank(std::string_view line) {
+  if (line.ends_with('\n')) line.remove_suffix(line.ends_with("\r\n") ? 2 : 1);
+  return line.find_first_not_of(" \t") == std::string_view::npos;
+}
+
 const TomlItem* topLevelItem(const std::vector<TomlItem>& items, std::string_view key) {
   for (const TomlItem& item : items) {
     if (item.isHeader()) break;
@@ -89,7 +95,7 @@ std::optional<std::string> codexUpdated(std::string_view text, std::string_view 
   const auto range = codexToviRange(*items);
   if (!range) {
     updated = text;
-    if (!items->empty() && !text::trimmed(text.substr(items->front().begin)).empty()) {
+    if (!std::ranges::all_of(*items, [&](const TomlItem& item) { return isBlank(textOf(text, item)); })) {
       if (!text.ends_with('\n')) updated += lineBreak;
       updated += lineBreak;
     }

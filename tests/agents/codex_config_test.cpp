@@ -18,6 +18,7 @@ TEST(CodexTable, ChangesItsTwoLinesAndNoOtherByte) {
   const Case cases[] = {
       {"no file", "", header + kOurs},
       {"no table", "model = \"x\"\n", "model = \"x\"\n\n" + header + kOurs},
+      {"a form feed is no blank", "\f", "\f\n\n" + header + kOurs},
       {"no last line break", "a = 1", "a = 1\n\n" + header + kOurs},
       {"a comment is no header", "# [mcp_servers.tovi]\n", "# [mcp_servers.tovi]\n\n" + header + kOurs},
       {"a string holds a header", "a = '''\n[mcp_servers.tovi]\n'''\n",
