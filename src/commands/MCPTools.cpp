@@ -26,20 +26,21 @@ Json send(const Tool& tool, const Json& args, const Session& session) {
 }
 
 // A session can live for weeks with nothing to do, so its hold has an end of its own unless the agent named one.
-Json keepAwake(const Tool& tool, Json args, const Session& session) {
+Json keepAwake(const Tool& tool, const Json& asked, const Session& session) {
+  Json args = asked;
   args["owner"] = session.agent;
   const bool limited = args.contains("pid") || Arguments(args).number("minutes", kMostMinutes);
   if (!limited) args["minutes"] = kUsualMinutes;
   return send(tool, args, session);
 }
 
-Json release(const Tool& tool, Json args, const Session& session) {
+Json release(const Tool& tool, const Json& args, const Session& session) {
   const Json* id = json::member(args, "hold_id");
   if (id == nullptr) return session.send("release_pid", {{"pid", session.agent}}, tool.timeout);
   return send(tool, {{"id", *id}, {"pid", session.agent}}, session);
 }
 
-Json setupPrompt(const Tool&, Json, const Session&) {
+Json setupPrompt(const Tool&, const Json&, const Session&) {
   return {{"ok", true}, {"prompt", text::trimmed(CLITexts::kPrompt)}};
 }
 
@@ -184,7 +185,7 @@ Json Tool::call(const Json& args, const Session& session) const {
     const Json* value = json::member(args, parameter.name);
     if (!parameter.name.empty() && value != nullptr && !value->is_null()) known[std::string{parameter.name}] = *value;
   }
-  return run != nullptr ? run(*this, std::move(known), session) : send(*this, known, session);
+  return run != nullptr ? run(*this, known, session) : send(*this, known, session);
 }
 
 std::span<const Tool> all() { return kTools; }

@@ -32,7 +32,7 @@ struct Parameter {
 };
 
 struct Tool {
-  using Run = nlohmann::json(const Tool& tool, nlohmann::json args, const Session& session);
+  using Run = nlohmann::json(const Tool& tool, const nlohmann::json& args, const Session& session);
 
   std::string_view name;
   std::string_view description;

@@ -79,9 +79,9 @@ Refusal setPreset(Config& config, const Value& value) {
 }
 
 Refusal setCheckInMinutes(Config& config, const Value& value) {
-  const auto minutes = SettingsSchema::integer(value);
+  const int minutes = SettingsSchema::integer(value).value_or(-1);
   if (minutes != 0 && minutes != 15 && minutes != 30 && minutes != 60) return "0, 15, 30 or 60";
-  config.checkInMinutes = *minutes;
+  config.checkInMinutes = minutes;
   return kTaken;
 }
 

@@ -232,8 +232,8 @@ void Engine::endPowerTest(std::optional<std::string> aborted) {
   powerTest_.reset();
   powerTestRunning = false;
   powerTestProgress = std::nullopt;
-  powerTestAborted = aborted;
-  if (!aborted) {
+  powerTestAborted = std::move(aborted);
+  if (!powerTestAborted.get()) {
     machine_.defaults.set("powerEffects2", powerEffects.get());
     machine_.defaults.set("powerUnclear", std::vector<std::string>(powerUnclear->begin(), powerUnclear->end()));
   }

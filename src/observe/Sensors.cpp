@@ -12,13 +12,13 @@ namespace tovi {
 
 namespace {
 
-// Percentages, cut; in doubles because a broken gauge may report capacities that overflow an integer product.
+// Percentages, cut; in doubles beyond, because a broken gauge may report capacities that overflow an integer product.
 int percentOf(std::int64_t current, std::int64_t maximum) {
   constexpr std::int64_t kSafe = INT64_MAX / 100;
-  const double exact = current <= kSafe && current >= -kSafe
-                           ? static_cast<double>(current * 100 / maximum)
-                           : static_cast<double>(current) / static_cast<double>(maximum) * 100;
-  return static_cast<int>(std::clamp(exact, 0.0, 100.0));
+  if (current <= kSafe && current >= -kSafe) {
+    return static_cast<int>(std::clamp<std::int64_t>(current * 100 / maximum, 0, 100));
+  }
+  return static_cast<int>(std::clamp(static_cast<double>(current) / static_cast<double>(maximum) * 100, 0.0, 100.0));
 }
 
 std::int64_t current(const BatteryProperties& battery) {

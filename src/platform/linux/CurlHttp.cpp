@@ -83,7 +83,7 @@ class CurlHttp::Multi : public std::enable_shared_from_this<CurlHttp::Multi> {
     if (handle_ != nullptr) curl().multiCleanup(handle_);
   }
 
-  Registration start(const HttpRequest& request, Shared transfer, const std::string& authorities) {
+  Registration start(const HttpRequest& request, const Shared& transfer, const std::string& authorities) {
     CURL* easy = handle_ != nullptr ? curl().easyInit() : nullptr;
     if (easy == nullptr) {
       loop_.post([transfer] {
@@ -300,7 +300,7 @@ Registration CurlHttp::read(const HttpRequest& request, Seconds silence, Reader 
   transfer->patience = silence;
   transfer->silenceOnly = true;
   transfer->reader = std::move(reader);
-  return multi().start(request, std::move(transfer), authorities_);
+  return multi().start(request, transfer, authorities_);
 }
 
 Registration CurlHttp::post(const HttpRequest& request, std::string body, Seconds limit, Posted done) {
@@ -312,7 +312,7 @@ Registration CurlHttp::post(const HttpRequest& request, std::string body, Second
   transfer->reader.end = [status, done = std::move(done)](bool complete) {
     if (done) done(complete ? *status : std::nullopt);
   };
-  return multi().start(request, std::move(transfer), authorities_);
+  return multi().start(request, transfer, authorities_);
 }
 
 }  // namespace tovi

@@ -43,7 +43,7 @@ void MemoryHttp::Exchange::fail() {
   tell([](Reader& reader) { reader.end ? reader.end(false) : void(); }, true);
 }
 
-Registration MemoryHttp::start(std::shared_ptr<Exchange> exchange) {
+Registration MemoryHttp::start(const std::shared_ptr<Exchange>& exchange) {
   exchange->queue_ = &queue_;
   exchange->expectMore();
   exchanges_.push_back(exchange);
@@ -64,7 +64,7 @@ Registration MemoryHttp::read(const HttpRequest& request, Seconds silence, Reade
   exchange->request = request;
   exchange->limit = silence;
   exchange->reader_ = std::move(reader);
-  return start(std::move(exchange));
+  return start(exchange);
 }
 
 Registration MemoryHttp::post(const HttpRequest& request, std::string body, Seconds limit, Posted done) {
@@ -78,7 +78,7 @@ Registration MemoryHttp::post(const HttpRequest& request, std::string body, Seco
   exchange->reader_.end = [status, done = std::move(done)](bool complete) {
     if (done) done(complete ? *status : std::nullopt);
   };
-  return start(std::move(exchange));
+  return start(exchange);
 }
 
 std::size_t MemoryHttp::openReads() const {

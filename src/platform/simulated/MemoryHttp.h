@@ -68,7 +68,7 @@ class MemoryHttp final : public Http {
   void drop();    // the process that asked is gone
 
  private:
-  Registration start(std::shared_ptr<Exchange> exchange);
+  Registration start(const std::shared_ptr<Exchange>& exchange);
 
   MainQueue& queue_;
   Server server_;

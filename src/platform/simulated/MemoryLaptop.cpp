@@ -110,7 +110,7 @@ Surroundings surroundingsFrom(const MemoryLaptop::Options& options) {
 
 MemoryLaptop::MemoryLaptop() : MemoryLaptop(Options{}) {}
 
-MemoryLaptop::MemoryLaptop(Options options)
+MemoryLaptop::MemoryLaptop(const Options& options)
     : surroundings_(surroundingsFrom(options)),
       clock_(options.start, options.sinceBoot),
       queue_(clock_),

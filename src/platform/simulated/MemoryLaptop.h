@@ -48,7 +48,7 @@ class MemoryLaptop {
   };
 
   MemoryLaptop();
-  explicit MemoryLaptop(Options options);
+  explicit MemoryLaptop(const Options& options);
   ~MemoryLaptop();
   MemoryLaptop(const MemoryLaptop&) = delete;
   MemoryLaptop& operator=(const MemoryLaptop&) = delete;
