@@ -117,8 +117,9 @@ class LossCheck final : public nlohmann::json_sax<nlohmann::json> {
 
 std::optional<Object> parse(std::string_view text) {
   LossCheck check;
-  // A byte order mark would be swallowed.
-  if (text.starts_with("\xEF\xBB\xBF") || !nlohmann::json::sax_parse(text, &check)) return std::nullopt;
+  // A byte order mark would be swallowed, and what follows a NUL passed over.
+  if (text.starts_with("\xEF\xBB\xBF") || text.find('\0') != text.npos || !nlohmann::json::sax_parse(text, &check))
+    return std::nullopt;
   Object value = Object::parse(text, nullptr, /*allow_exceptions=*/false);
   if (!value.is_object()) return std::nullopt;
   return value;

@@ -58,7 +58,7 @@ int askRaw(Context& context, const Words& words) {
 int measure(Context& context, const Words&) { return ask(context, "measure", Json::object(), false, kMeasureTimeout); }
 
 int anyway(Context& context, const Words& words) {
-  if (words.size() > 1 && words[1] == "off") return ask(context, "override_floor", {{"on", false}});
+  if (words.size() == 2 && words[1] == "off") return ask(context, "override_floor", {{"on", false}});
   context.output.line(
       "tovi: going below the battery limit can only be allowed in Tovi itself (it's the person's call)");
   return kUsageError;

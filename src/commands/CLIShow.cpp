@@ -92,7 +92,7 @@ int CLI::show(const nlohmann::json& reply, bool raw, Output& output) {
     return failed ? 1 : 0;
   }
   if (failed) {
-    output.errorLine("tovi: " + output.shown(textOr(reply, "error", "failed")));
+    output.errorLine("tovi: " + textOr(reply, "error", "failed"));
     return 1;
   }
   const auto say = [&](std::string_view text, Output::Ink ink = Output::Ink::plain) {

@@ -40,6 +40,8 @@ std::string Output::shown(std::string_view text, Ink ink) const {
   return (ink == Ink::strong ? "\033[1m" : "\033[2m") + clean + "\033[0m";
 }
 
+void Output::errorLine(std::string_view text) { printError(harmless(text) + "\n"); }
+
 void StandardOutput::print(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
 void StandardOutput::printError(std::string_view text) {

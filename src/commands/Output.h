@@ -31,10 +31,7 @@ class Output {
     print(text);
     print("\n");
   }
-  void errorLine(std::string_view text) {
-    printError(text);
-    printError("\n");
-  }
+  void errorLine(std::string_view text);  // always as a person should see it
 };
 
 class StandardOutput final : public Output {

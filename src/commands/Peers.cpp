@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kLock[] = "app.lock";
 
-constexpr Seconds kPatience{0.01};  // somebody's look at the lock takes some ten microseconds
+constexpr Seconds kPatience{1};  // somebody's look at the lock is over at once, unless the processor is taken away
 
 }  // namespace
 

@@ -67,7 +67,8 @@ void mendHalves(std::string& text) {
 }  // namespace
 
 std::optional<Value> parse(std::string_view text) {
-  if (isTooDeep(text)) return std::nullopt;
+  // The parser takes a NUL for the end, and would pass over what follows.
+  if (isTooDeep(text) || text.find('\0') != text.npos) return std::nullopt;
   Value value = Value::parse(text, nullptr, /*allow_exceptions=*/false);
   if (!value.is_discarded()) return value;
   // 1e999 is JSON all the same: it costs its own value, not the document.

@@ -246,6 +246,8 @@ class Engine {
   void sampleWatchers();
   void sampleEnergy();
   void readBattery();
+  void darkenScreen();
+  bool sleepIsAwaited() const;  // a session's end asked for sleep, and retrySleep() will ask again
   void retrySleep();
   void repairClosedState();
   void repairScreen();

@@ -63,8 +63,7 @@ void Engine::enterClosed() {
     shell().run("/usr/bin/pmset", {"displaysleepnow"});
   } else {
     holdDisplayAwake(true);
-    Brightness::dimForClosedLid(machine_, state_);
-    if (config->screenOffNoLock) switchScreenOff();
+    darkenScreen();
     // With the display held awake a lid that opens must be noticed fast.
     lidPoll_.reset();
     if (!lidWatcher_) {
@@ -123,6 +122,12 @@ void Engine::holdDisplayAwake(bool flag) {
   } else if (displayAssertion_ != 0 && machine_.assertions.release(displayAssertion_)) {
     displayAssertion_ = 0;
   }
+}
+
+void Engine::darkenScreen() {
+  if (previewOnly_) return;
+  Brightness::dimForClosedLid(machine_, state_);
+  if (config->screenOffNoLock) switchScreenOff();
 }
 
 void Engine::switchScreenOff() {

@@ -21,7 +21,7 @@ nlohmann::json Engine::powerReport() const {
   readings.openDraw = openDraw;
   readings.closedDraw = closedDraw;
   for (const AppUsage& app : *apps) readings.appsWatts += app.watts;
-  for (const AppUsage& app : userApps()) {
+  for (const AppUsage& app : *apps) {
     if (app.watts <= reports::kBusyWatts || isProtected(app)) continue;
     readings.busy.push_back({app.name, app.watts, rule(app.bundleID, config->preset)});
   }

@@ -48,8 +48,8 @@ int Engine::releaseHold(const std::optional<std::string>& id) {
 }
 
 int Engine::releaseHolds(Pid ownedBy, const std::optional<std::string>& id) {
-  expireHolds();  // those of an earlier process with this number are none of its own
   const auto before = holds->size();
+  expireHolds();  // those of an earlier process with this number are none of its own
   holds.update([&](std::vector<Hold>& all) {
     std::erase_if(all, [&](const Hold& hold) {
       return (hold.owner == ownedBy || hold.pid == ownedBy) && (!id || hold.id == *id);

@@ -98,14 +98,18 @@ void Engine::sweepLeftovers() {
 void Engine::configFileChanged() {
   const auto text = state_.read("config.json");
   auto edited = text ? Config::decode(*text) : std::nullopt;
-  if (!edited || *edited == config) return;
+  if (!edited) return;
+  if (*edited == config) return enforceSafety();  // the record may have been lost
   // Taken as it will stand, lest what it loosens count for a moment: that would unlatch the battery limit.
   const Config asWritten = *edited;
   if (!previewOnly_) {
     if (const auto accepted = Safety::load(state_)) accepted->tighten(edited->heatGuard, edited->batteryFloor);
   }
   apply(*edited, false);
-  config = asWritten;
+  config.update([&](Config& taken) {
+    taken.heatGuard = asWritten.heatGuard;
+    taken.batteryFloor = asWritten.batteryFloor;
+  });
   enforceSafety();
 }
 

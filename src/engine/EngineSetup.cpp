@@ -43,14 +43,18 @@ void Engine::setupSeen(bool ready, bool wakes) {
 }
 
 // The sleep switch can disagree with us: a hold began while set-up proved its permission by it, or a rescue took this
-// process for dead while it was only stopped.
+// process for dead while it was only stopped, and then put back whatever the closed lid had changed too.
 void Engine::settleSwitch() {
   if (!setupReady || !holding || Registry::sleepDisabled(machine_) != false) return;
-  if (switchSleepOff()) {
-    clearWarning(warnings::kHoldRefused);
-  } else {
+  if (!switchSleepOff()) {
     raiseWarning(warnings::kHoldRefused);
+    return;
   }
+  clearWarning(warnings::kHoldRefused);
+  if (!lidClosed || powerTestRunning) return;
+  const bool isDark = state_.exists("brightness-restore") || state_.exists("display-off");
+  if (!config->lockOnClose && !isDark) darkenScreen();
+  reapplyClosedState(heatForced ? std::optional{Preset::longest} : std::nullopt);
 }
 
 SetupError Engine::uninstallHelper() {

@@ -62,9 +62,13 @@ void Engine::tick() {
   settleWarning();
 }
 
+bool Engine::sleepIsAwaited() const {
+  const auto& last = receipt.get();
+  return last && last->sleepRequestedAt && !last->sleptAt && !last->openedAt && sleepRetries < kSleepRetries;
+}
+
 void Engine::retrySleep() {
-  if (!receipt.get() || !receipt.get()->sleepRequestedAt || receipt.get()->sleptAt || receipt.get()->openedAt) return;
-  if (!lidClosed || holding || sleepRetries >= kSleepRetries) return;
+  if (!lidClosed || holding || !sleepIsAwaited()) return;
   const double waited = secondsBetween(*receipt.get()->sleepRequestedAt, now());
   if (waited < kSleepRetryStep * static_cast<double>(sleepRetries + 1)) return;
   ++sleepRetries;
@@ -122,9 +126,8 @@ void Engine::retryRelease() {
   pendingRelease = false;
   clearWarning(warnings::kReleasePending);
   state_.remove(state_.path("hold"));
-  // A session's own wish to sleep is repeated by retrySleep(); after a check-in nobody else asks again.
-  const bool asked = receipt.get() && receipt.get()->sleepRequestedAt && !receipt.get()->openedAt;
-  if (!holding && !asked && Registry::lidClosed(machine_)) shell().pmsetRoot({"sleepnow"});
+  // What retrySleep() won't ask for again.
+  if (!holding && !sleepIsAwaited() && Registry::lidClosed(machine_)) shell().pmsetRoot({"sleepnow"});
 }
 
 }  // namespace tovi

@@ -12,8 +12,7 @@ namespace tovi::reports {
 
 namespace {
 
-constexpr double kMostWatts = 1e6;       // more is a broken sensor
-constexpr double kLeastGain = 1.0 / 60;  // hours; less is nothing to tell
+constexpr double kMostWatts = 1e6;  // more is a broken sensor
 
 std::string batteryState(const BatteryReading& battery, double fullWh) {
   if (battery.charging) return fmt::format("{}% · charging", battery.percent);
@@ -28,7 +27,7 @@ std::string caption(const ReportReadings& readings, const std::optional<double>&
   }
   std::string text = "left with lid closed";
   const auto open = hoursLeft(readings, openWatts(readings));
-  if (hours && open && *hours - *open >= kLeastGain) {
+  if (hours && open && *hours > *open) {
     text += " · +" + PanelFormat::hm(*hours - *open) + " vs. lid open";
   }
   return text;

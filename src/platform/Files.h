@@ -45,8 +45,8 @@ class Files {
   // The names in a folder without "." and "..", in the file system's own order; absent if it can't be listed.
   virtual std::optional<std::vector<std::string>> list(const std::string& folder) = 0;
 
-  // Makes an empty file, or empties the one there. `mode` holds from the first byte; without it 0644, less
-  // the process's mask.
+  // Makes an empty file in place of a file or a link of that name; a link isn't followed. `mode` holds from the first
+  // byte; without it 0644, less the process's mask.
   virtual bool create(const std::string& path, std::optional<unsigned> mode) = 0;
 
   enum class Sync { no, yes };

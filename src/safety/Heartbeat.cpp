@@ -41,11 +41,9 @@ void Heartbeat::beat(const Machine& machine, const StateFiles& state) {
   // Replacing a file makes some file systems write to the disk at once, which would be every two seconds. Over our
   // own last beat only digits of the time change, in place.
   const auto last = state.read(kAlive);
-  if (last && last->size() == beat.size() && last->ends_with(whose)) {
-    machine.files.write(state.path(kAlive), beat, Files::Sync::no);
-  } else {
-    state.writeAtomically(beat, state.path(kAlive));
-  }
+  const bool isOurs = last && last->size() == beat.size() && last->ends_with(whose);
+  if (isOurs && machine.files.write(state.path(kAlive), beat, Files::Sync::no)) return;
+  state.writeAtomically(beat, state.path(kAlive));
 }
 
 bool Heartbeat::appIsAlive(const Machine& machine, const StateFiles& state) {

@@ -17,7 +17,9 @@ void StatusController::closed(Window window) {
 
 void StatusController::setShown(Window window) {
   shown_ = window;
+  const bool opens = window == Window::popover && !engine_.panelOpen;
   engine_.panelOpen = window == Window::popover;
+  if (opens) engine_.refreshFast();
 }
 
 bool StatusController::snapshot(const std::string& path, bool window, bool settings) {

@@ -12,10 +12,16 @@ namespace tovi {
 class MeddledFiles final : public Files {
  public:
   explicit MeddledFiles(const Machine& machine)
-      : real_(machine.files), machine_{machine.surroundings, machine.clock,     machine.queue,    *this,
-                                       machine.fileEvents,   machine.processes, machine.power,    machine.displays,
-                                       machine.assertions,   machine.workspace, machine.commands, machine.defaults,
-                                       machine.broadcast,    machine.notices,   machine.http} {}
+      : surroundings(machine.surroundings), real_(machine.files), machine_{surroundings,       machine.clock,
+                                                                           machine.queue,      *this,
+                                                                           machine.fileEvents, machine.processes,
+                                                                           machine.power,      machine.displays,
+                                                                           machine.assertions, machine.workspace,
+                                                                           machine.commands,   machine.defaults,
+                                                                           machine.broadcast,  machine.notices,
+                                                                           machine.http} {}
+
+  Surroundings surroundings;  // of machine(); a test may change them
 
   const Machine& machine() const { return machine_; }
 

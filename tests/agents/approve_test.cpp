@@ -6,6 +6,7 @@
 
 #include "agents/AutoApprove.h"
 #include "agents/MeddledFiles.h"
+#include "core/Deaths.h"
 #include "core/StateFiles.h"
 #include "platform/simulated/MemoryLaptop.h"
 
@@ -23,6 +24,7 @@ constexpr char kClaudeUnreadable[] =
 constexpr char kClaudeOdd[] =
     "~/.claude/settings.json has a value that Tovi couldn't put back later, so nothing was changed.";
 constexpr char kCodexUnreadable[] = "Couldn't read ~/.codex/config.toml, so nothing was changed.";
+constexpr char kRecordUnreadable[] = "Couldn't read auto-approve.json, so nothing was changed.";
 constexpr char kCodexUnchanged[] = "Couldn't read ~/.codex/config.toml, so Codex wasn't changed.";
 
 struct Desk {
@@ -117,50 +119,30 @@ TEST(Approve, OnAndOffLeavesEveryHomeAsItWas) {
   Desk nothing;
   ASSERT_EQ(nothing.approve.turnOn(), std::nullopt);
   EXPECT_EQ(nothing.codex(), kOurLines);
-  ASSERT_EQ(nothing.approve.turnOff(), std::nullopt);
-  EXPECT_TRUE(nothing.files().exists(kClaude)) << "an empty object stays";
-}
-
-// Dies before and after every change that `act` makes; gives what each death leaves to `then`.
-void atEveryDeath(const Home& home, bool powerLost, const std::function<void(Desk&)>& prepare,
-                  const std::function<void(Desk&)>& act, const std::function<void(Desk&)>& then) {
-  for (const auto when : {MemoryFaults::When::before, MemoryFaults::When::after}) {
-    bool died = true;
-    for (std::int64_t step = 1; died; ++step) {
-      ASSERT_LT(step, 100);
-      SCOPED_TRACE(step);
-      Desk desk;
-      home.furnish(desk);
-      prepare(desk);
-      desk.laptop.faults().crashAt(desk.laptop.faults().operations() + step, when);
-      died = false;
-      try {
-        act(desk);
-      } catch (const Crash&) {
-        died = true;
-      }
-      desk.laptop.faults().forgetOrders();
-      if (died && powerLost) desk.laptop.powerLoss();
-      if (died && !powerLost) desk.laptop.restart();
-      then(desk);
-      EXPECT_TRUE(died || step > 8) << "it made hardly a change";
-    }
-  }
 }
 
 TEST(Approve, ADeathAtAnyWriteIsMadeGoodByTurningOff) {
   for (const Home& home : {kHomes[0], kHomes[1], kHomes[2], kHomes[3]}) {
     for (const bool powerLost : {false, true}) {
-      SCOPED_TRACE(std::string(home.name) + (powerLost ? ", power lost" : ""));
-      const auto nothing = [](Desk&) {};
+      SCOPED_TRACE(home.name);
       const auto on = [](Desk& desk) { EXPECT_EQ(desk.approve.turnOn(), std::nullopt); };
       const auto off = [](Desk& desk) { EXPECT_EQ(desk.approve.turnOff(), std::nullopt); };
+      const auto guarded = [&] {
+        auto desk = std::make_unique<Desk>();
+        home.furnish(*desk);
+        return desk;
+      };
+      const auto open = [&] {
+        auto desk = guarded();
+        on(*desk);
+        return desk;
+      };
       const auto offAgain = [&](Desk& desk) {
         off(desk);
         expectBefore(desk, home);
       };
-      atEveryDeath(home, powerLost, nothing, on, offAgain);
-      atEveryDeath(home, powerLost, on, off, offAgain);
+      atEveryDeath(powerLost, guarded, on, offAgain);
+      atEveryDeath(powerLost, open, off, offAgain);
       // What somebody else has written since stays.
       const auto changed = [&](Desk& desk) {
         desk.files().put(kClaude, R"({"permissions": {"defaultMode": "plan"}})");
@@ -169,8 +151,8 @@ TEST(Approve, ADeathAtAnyWriteIsMadeGoodByTurningOff) {
         EXPECT_EQ(desk.mode(), "plan");
         EXPECT_EQ(desk.codex(), "approval_policy = \"untrusted\"\n");
       };
-      atEveryDeath(home, powerLost, nothing, on, changed);
-      atEveryDeath(home, powerLost, on, off, changed);
+      atEveryDeath(powerLost, guarded, on, changed);
+      atEveryDeath(powerLost, open, off, changed);
     }
   }
 }
@@ -217,7 +199,6 @@ TEST(Approve, WhatCannotBePutBackIsNotChanged) {
   const Case cases[] = {
       {"comments", "{ /* mine */ }", "", 0644, kClaudeUnreadable},
       {"empty", "", "", 0644, kClaudeUnreadable},
-      {"a key twice", R"({"a":1,"a":2})", "", 0644, kClaudeUnreadable},
       {"permissions of another kind", R"({"permissions": ["x"]})", "", 0644, kClaudeOdd},
       {"a mode of another kind", R"({"permissions": {"defaultMode": 3}})", "", 0644, kClaudeOdd},
       {"a prompt of another kind", R"({"skipDangerousModePermissionPrompt": "no"})", "", 0644, kClaudeOdd},
@@ -261,9 +242,9 @@ TEST(Approve, WhatThePersonChangedSinceStays) {
   Desk gone;
   ASSERT_EQ(gone.approve.turnOn(), std::nullopt);
   gone.files().erase(kClaude);
-  gone.files().erase(kCodex);
-  ASSERT_EQ(gone.approve.turnOff(), std::nullopt);
-  EXPECT_FALSE(gone.files().exists(kClaude) || gone.files().exists(kCodex)) << "deleted files stay away";
+  gone.files().rename("/home/anna/.codex", "/home/anna/elsewhere");
+  ASSERT_EQ(gone.approve.turnOff(), std::nullopt) << "a folder that the person removed is no reason to stay";
+  EXPECT_FALSE(gone.files().exists(kClaude) || gone.files().exists("/home/anna/.codex")) << "they stay away";
 }
 
 TEST(Approve, AKeyThatThePersonMadeATableOfStaysAndTheOtherIsPutBack) {
@@ -272,41 +253,28 @@ TEST(Approve, AKeyThatThePersonMadeATableOfStaysAndTheOtherIsPutBack) {
     Desk desk;
     desk.files().put(kCodex, "approval_policy = 'on-request'\nsandbox_mode = 'read-only'\n");
     ASSERT_EQ(desk.approve.turnOn(), std::nullopt);
-    const bool header = theirs.starts_with('[');
-    const std::string ours = "sandbox_mode = \"danger-full-access\"\n";
-    desk.files().put(kCodex, header ? ours + theirs : theirs + ours);
+    desk.files().put(kCodex, "sandbox_mode = \"danger-full-access\"\n" + theirs);
     EXPECT_EQ(desk.approve.turnOff(), std::nullopt) << theirs;
-    EXPECT_FALSE(desk.approve.isOn());
-    const std::string back = "sandbox_mode = 'read-only'\n";
-    EXPECT_EQ(desk.codex(), header ? back + theirs : theirs + back);
+    EXPECT_EQ(desk.codex(), "sandbox_mode = 'read-only'\n" + theirs);
   }
 }
 
 TEST(Approve, WhatAnAgentWritesMeanwhileIsNotLost) {
-  for (const char* path : {kClaude, kCodex}) {
+  for (const std::string path : {kClaude, kCodex}) {
     for (const bool turningOff : {false, true}) {
-      SCOPED_TRACE(std::string(path) + (turningOff ? ", off" : ", on"));
       Desk desk;
-      kHomes[2].furnish(desk);
       MeddledFiles meddled(desk.laptop.machine());
       const AutoApprove approve(meddled.machine(), desk.state);
+      kHomes[2].furnish(desk);
       if (turningOff) {
-        ASSERT_EQ(approve.turnOn(), std::nullopt);
+        EXPECT_EQ(approve.turnOn(), std::nullopt);
       }
-      std::string theirs;
-      meddled.meddle(MeddledFiles::At::write, std::string(path) + ".tovi-tmp", [&] {
-        theirs = *desk.files().read(path) + "\n";
-        desk.files().put(path, theirs);
-      });
+      const std::string theirs = *desk.files().read(path) + "\n";
+      meddled.meddle(MeddledFiles::At::write, path + ".tovi-tmp", [&] { desk.files().put(path, theirs); });
       const auto said = turningOff ? approve.turnOff() : approve.turnOn();
-      ASSERT_TRUE(said);
-      EXPECT_TRUE(said->ends_with(": it has just changed")) << *said;
+      EXPECT_TRUE(said && said->ends_with(": it has just changed")) << said.value_or("") << path;
       EXPECT_EQ(desk.files().read(path), theirs);
-      EXPECT_TRUE(approve.isOn());
-      EXPECT_EQ(approve.turnOff(), std::nullopt);
-      Home home = kHomes[2];
-      if (path == kCodex) home.codex = *home.codex + "\n";
-      expectBefore(desk, home);
+      EXPECT_TRUE(approve.isOn()) << "to be tried again";
     }
   }
 }
@@ -338,13 +306,15 @@ TEST(Approve, TurningOffFailsWithTheOtherAgentGuardedAgain) {
     return [text](Desk& desk) { desk.files().put(desk.state.path("auto-approve.json"), text); };
   };
   const std::pair<std::function<void(Desk&)>, const char*> cases[] = {
-      {breakJournal("{"), "Couldn't read auto-approve.json, so nothing was changed."},
-      {breakJournal(R"({"claudeTouched": true})"), "Couldn't read auto-approve.json, so nothing was changed."},
-      {breakJournal(R"({"claudeTouched": true, "codexTouched": true, "claudeSkip": "x"})"),
-       "Couldn't read auto-approve.json, so nothing was changed."},
+      {breakJournal("{"), kRecordUnreadable},
+      {breakJournal(R"({"claudeTouched": true})"), kRecordUnreadable},
+      {breakJournal(R"({"claudeTouched": true, "codexTouched": true, "claudeSkip": "x"})"), kRecordUnreadable},
+      {breakJournal(R"({"claudeTouched": true, "codexTouched": true, "codexPath": "/Volumes/Work/codex/config.toml"})"),
+       "Couldn't find /Volumes/Work/codex, so Codex wasn't changed. If it is gone for good, make an empty folder "
+       "there."},
       {[](Desk& desk) { desk.files().put(kClaude, "{,}"); }, kClaudeUnreadable},
-      {[](Desk& desk) { desk.files().setMode("/home/anna/.codex", 0); }, kCodexUnchanged},
       {[](Desk& desk) { desk.files().setMode("/home/anna/.claude", 0); }, kClaudeUnreadable},
+      {[](Desk& desk) { desk.files().setMode("/home/anna/.codex", 0); }, kCodexUnchanged},
       {[](Desk& desk) { desk.files().put(kCodex, std::string(kOurLines) + "x = '''"); }, kCodexUnchanged},
   };
   for (const auto& [harm, error] : cases) {
@@ -356,7 +326,7 @@ TEST(Approve, TurningOffFailsWithTheOtherAgentGuardedAgain) {
     EXPECT_EQ(desk.approve.turnOff(), error);
     EXPECT_TRUE(desk.approve.isOn());
     EXPECT_EQ(desk.codex(), codex);
-    if (error == std::string_view{kCodexUnchanged}) {
+    if (std::string_view{error}.find("Codex wasn't changed") != std::string_view::npos) {
       EXPECT_EQ(desk.claude(), Json::object());
     } else {
       EXPECT_EQ(desk.files().read(kClaude), claude);
@@ -364,39 +334,13 @@ TEST(Approve, TurningOffFailsWithTheOtherAgentGuardedAgain) {
   }
 }
 
-TEST(Approve, AFolderThatThePersonRemovedIsNoReasonToStay) {
-  Desk desk;
-  ASSERT_EQ(desk.approve.turnOn(), std::nullopt);
-  desk.files().rename("/home/anna/.codex", "/home/anna/elsewhere");
-  EXPECT_EQ(desk.approve.turnOff(), std::nullopt);
-  EXPECT_FALSE(desk.approve.isOn() || desk.files().exists("/home/anna/.codex"));
-}
-
-TEST(Approve, AVolumeThatIsNotThereKeepsTheSwitchOn) {
-  Desk desk;
-  const std::string journal = desk.state.path("auto-approve.json");
-  ASSERT_EQ(desk.approve.turnOn(), std::nullopt);
-  Json record = Json::parse(*desk.files().read(journal));
-  record["codexPath"] = "/Volumes/Work/codex/config.toml";
-  desk.files().put(journal, record.dump());
-  EXPECT_EQ(desk.approve.turnOff(),
-            "Couldn't find /Volumes/Work/codex, so Codex wasn't changed. If it is gone for good, make an empty folder "
-            "there.");
-  EXPECT_TRUE(desk.approve.isOn());
-}
-
 TEST(Approve, TurnsOffTheConfigThatItTurnedOn) {
   Desk desk;
-  Surroundings surroundings = desk.laptop.surroundings();
-  surroundings.codexHome = "/home/anna/codex-home";
-  const Machine& there = desk.laptop.machine();
-  const Machine machine{surroundings,    there.clock,    there.queue,     there.files,      there.fileEvents,
-                        there.processes, there.power,    there.displays,  there.assertions, there.workspace,
-                        there.commands,  there.defaults, there.broadcast, there.notices,    there.http};
-  const AutoApprove elsewhere(machine, desk.state);
+  MeddledFiles there(desk.laptop.machine());
+  there.surroundings.codexHome = "/home/anna/codex-home";
   desk.files().put("/home/anna/codex-home/config.toml", "a = 1\n");
-  ASSERT_EQ(elsewhere.turnOn(), std::nullopt);
-  EXPECT_FALSE(desk.files().exists(kCodex));
+  ASSERT_EQ(AutoApprove(there.machine(), desk.state).turnOn(), std::nullopt);
+  EXPECT_NE(desk.files().read("/home/anna/codex-home/config.toml"), "a = 1\n");
   ASSERT_EQ(desk.approve.turnOff(), std::nullopt) << "started without CODEX_HOME";
   EXPECT_EQ(desk.files().read("/home/anna/codex-home/config.toml"), "a = 1\n");
   EXPECT_FALSE(desk.files().exists(kCodex));

@@ -25,7 +25,7 @@ class AppDelegateTest : public testing::Test {
     app->didFinishLaunching(preview);
     return *app;
   }
-  void change(const std::function<void(Config&)>& edit) {
+  void change(void (*edit)(Config&)) {
     Config next = app->engine()->config;
     edit(next);
     app->engine()->apply(next, true);
@@ -37,15 +37,16 @@ TEST_F(AppDelegateTest, FirstCopyIsPrimaryAndListens) {
   EXPECT_TRUE(app->isPrimary());
   EXPECT_EQ(laptop().machine().broadcast.post("x"), Broadcast::Sent::yes);
   EXPECT_TRUE(Peers::applicationRuns(laptop().machine(), world.state));
+  app->engine()->addHold("x", {}, {}, {});
+  EXPECT_TRUE(world.sleepOff() && world.marker());
+  app->willTerminate();
+  EXPECT_FALSE(world.sleepOff() || world.marker());
   app.reset();
   EXPECT_FALSE(Peers::applicationRuns(laptop().machine(), world.state));
 }
 
 TEST_F(AppDelegateTest, CopiesThatServeOtherHomesAreNoneOfItsBusiness) {
-  MemoryProcess other;
-  other.path = kInstalled;
-  other.arguments = {"Tovi"};
-  laptop().processes().add(other);
+  laptop().processes().add({.path = kInstalled, .arguments = {"Tovi"}});
   EXPECT_TRUE(launch().isPrimary());
 }
 
@@ -62,6 +63,8 @@ class SecondCopy : public testing::Test {
     state.emplace(laptop->machine());
     first = Peers::takeLock(laptop->machine(), *state);
     ASSERT_TRUE(first);
+    state->touch(state->path("hold"));
+    laptop->setSwitches([](LaptopSwitches& switches) { switches.sleepDisabled = true; });
     app.emplace(laptop->machine(), &windows);
   }
   bool handsOver() {
@@ -74,6 +77,8 @@ class SecondCopy : public testing::Test {
     laptop->queue().post([&] { later = true; });
     laptop->queue().run();
     EXPECT_EQ(later, posted.empty()) << "it ends exactly if it has handed over";
+    app->willTerminate();
+    EXPECT_TRUE(laptop->switches().sleepDisabled && state->exists("hold")) << "that is the first copy's";
     if (posted.empty()) return false;
     const auto request = json::parseObject(posted.front());
     EXPECT_EQ((*request)["cmd"], "open");
@@ -82,10 +87,7 @@ class SecondCopy : public testing::Test {
     return true;
   }
   static MemoryProcess process(const std::string& path, std::vector<std::string> arguments = {"Tovi"}) {
-    MemoryProcess made;
-    made.path = path;
-    made.arguments = std::move(arguments);
-    return made;
+    return {.path = path, .arguments = std::move(arguments)};
   }
 
   FakeWindows windows;
@@ -99,39 +101,25 @@ TEST_F(SecondCopy, HandsOverOnlyToAnInstalledFirstCopy) {
   const std::string built = "/home/anna/build/Tovi";
   const auto installed = process(kInstalled);
   const struct {
-    const char* what;
     std::string own;
-    std::vector<std::string> arguments;
     std::optional<MemoryProcess> other;
     bool handsOver;
+    std::vector<std::string> arguments = {"Tovi"};
   } cases[] = {
-      {"installed, beside an installed one", kInstalled, {"Tovi"}, installed, true},
-      {"a build, beside an installed one", built, {"Tovi"}, installed, true},
-      {"installed, beside a build", kInstalled, {"Tovi"}, process(built), false},
-      {"a build, beside a build", built, {"Tovi"}, process(built), false},
-      {"with an argument of its own", kInstalled, {"Tovi", "-x"}, installed, false},
-      {"beside a holder of which nothing is known", kInstalled, {"Tovi"}, std::nullopt, false},
-      {"beside a command line", built, {"Tovi"}, process(kInstalled, {"/usr/local/bin/tovi", "status"}), false},
-      {"beside a watchdog", built, {"Tovi"}, process(kInstalled, {kInstalled, "cli", "watchdog"}), false},
-      {"beside another program", built, {"Tovi"}, process("/Applications/Other.app/Contents/MacOS/Other"), false},
+      {kInstalled, installed, true},
+      {built, installed, true},
+      {kInstalled, process(built), false},
+      {built, process(built), false},
+      {kInstalled, installed, false, {"Tovi", "-x"}},
+      {kInstalled, std::nullopt, false},
+      {built, process(kInstalled, {"/usr/local/bin/tovi", "status"}), false},
+      {built, process(kInstalled, {kInstalled, "cli", "watchdog"}), false},
+      {built, process("/Applications/Other.app/Contents/MacOS/Other"), false},
   };
   for (const auto& row : cases) {
     prepare(row.own, row.arguments, row.other);
-    EXPECT_EQ(handsOver(), row.handsOver) << row.what;
+    EXPECT_EQ(handsOver(), row.handsOver) << &row - cases;
   }
-}
-
-TEST_F(SecondCopy, TouchesNothingOfTheFirst) {
-  prepare(kInstalled, {"Tovi"}, std::nullopt);
-  state->touch(state->path("hold"));
-  laptop->setSwitches([](LaptopSwitches& switches) { switches.sleepDisabled = true; });
-  app->didFinishLaunching(false);
-  laptop->advance(60);
-  app->willTerminate();
-  EXPECT_TRUE(laptop->switches().sleepDisabled);
-  EXPECT_TRUE(state->exists("hold"));
-  app->shouldHandleReopen();
-  EXPECT_TRUE(windows.shown.empty());
 }
 
 TEST_F(AppDelegateTest, PreviewLeavesTheLockAlone) {
@@ -142,18 +130,15 @@ TEST_F(AppDelegateTest, PreviewLeavesTheLockAlone) {
 }
 
 TEST_F(AppDelegateTest, FirstRunWindowOpensUntilAllIsSetUp) {
-  auto& defaults = laptop().defaults();
   const auto opens = [&] {
     windows.shown.clear();
     launch();
-    const bool opened = windows.shown == std::vector{Window::main};
     app.reset();
-    return opened;
+    return windows.shown == std::vector{Window::main};
   };
   EXPECT_TRUE(opens());
-  EXPECT_EQ(defaults.flag("launchedBefore"), true);
   EXPECT_TRUE(opens()) << "not introduced yet";
-  defaults.set("onboardingDone", true);
+  laptop().defaults().set("onboardingDone", true);
   EXPECT_FALSE(opens());
   laptop().edit([](LaptopReport& report) { report.privileged = false; });
   EXPECT_TRUE(opens());
@@ -183,28 +168,25 @@ TEST_F(AppDelegateTest, AppearanceFollowsTheSettingsAndChangesNothingTwice) {
   EXPECT_TRUE(windows.key);
 }
 
-TEST_F(AppDelegateTest, HotkeyStepsThroughTheModesAndBackToTheStart) {
+TEST_F(AppDelegateTest, HotkeyStepsThroughTheModesAndTellsTheNewOne) {
+  world.config(R"({"mode": "off", "notchIsland": true})");
   launch();
+  const Field<Island::Face>& island = app->ui()->island().face;
   const auto press = [&] {
     windows.key();
     return app->engine()->config->mode;
   };
-  change([](Config& config) { config.mode = Mode::off; });
   EXPECT_EQ(press(), Mode::automatic);
+  EXPECT_EQ(island.get(),
+            (Island::Face{"When Busy: Nothing running · sleeps when closed", "⌃⌥⌘A to change", false, false, true}));
+  laptop().advance(2.1);
+  EXPECT_FALSE(island->open);
   EXPECT_EQ(press(), Mode::on);
   EXPECT_EQ(app->engine()->config->modeBeforeAlways, Mode::automatic);
   EXPECT_EQ(press(), Mode::off);
   ASSERT_EQ(laptop().notices().size(), 3u);
   EXPECT_EQ(laptop().notices().back().name, "Tink");
-}
-
-TEST_F(AppDelegateTest, TerminationGivesSleepBack) {
-  launch();
-  app->engine()->addHold("x", std::nullopt, std::nullopt, std::nullopt);
-  ASSERT_TRUE(world.sleepOff());
-  app->willTerminate();
-  EXPECT_FALSE(world.sleepOff());
-  EXPECT_FALSE(world.marker());
+  EXPECT_TRUE(app->dockMenu().has_value());
 }
 
 }  // namespace

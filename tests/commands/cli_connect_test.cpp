@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "commands/CLI.h"
 #include "commands/Recorder.h"
 #include "engine/World.h"
 
@@ -13,12 +12,7 @@ class Connect : public testing::Test, protected World {
  protected:
   Recorder output;
 
-  int run(const CLI::Words& words) {
-    output = {};
-    return CLI::main(words, {.machine = [this]() -> const Machine& { return laptop.machine(); },
-                             .sleep = [this](Seconds span) { laptop.advance(span); },
-                             .output = output});
-  }
+  int run(const CLI::Words& words) { return output.run(laptop, words); }
   void put(const std::string& name, const std::string& text) { laptop.files().put("/home/anna/" + name, text); }
 };
 
@@ -33,22 +27,17 @@ TEST_F(Connect, TellsOfEachAgentHowItWent) {
   put(".claude.json", "{}");
   put(".codex/config.toml", "");
   laptop.files().put("/Applications/Claude.app/Contents/Info.plist", "");
-  laptop.files().put("/home/anna/Library/Application Support/Claude/claude_desktop_config.json", "{}");
-  for (int times = 0; times < 2; ++times) {
-    EXPECT_EQ(run({"connect"}), 0);
-    EXPECT_EQ(output.out, std::string(kClaude) + kCodex + kApp);
-  }
-  const struct {
-    const char* word;
-    const char* out;
-  } cases[] = {{"claude", kClaude}, {"claude-code", kClaude}, {"codex", kCodex}, {"claude-app", kApp}};
-  for (const auto& row : cases) {
-    EXPECT_EQ(run({"connect", row.word}), 0) << row.word;
-    EXPECT_EQ(output.out, row.out);
+  put("Library/Application Support/Claude/claude_desktop_config.json", "{}");
+  for (const auto& [words, out] :
+       std::vector<std::pair<CLI::Words, std::string>>{{{"connect"}, std::string(kClaude) + kCodex + kApp},
+                                                       {{"connect", "claude-code"}, kClaude},
+                                                       {{"connect", "codex"}, kCodex},
+                                                       {{"connect", "claude-app"}, kApp}}) {
+    EXPECT_EQ(run(words), 0) << words.back();
+    EXPECT_EQ(output.out, out);
   }
   EXPECT_EQ(run({"connect", "emacs"}), 1);
   EXPECT_EQ(output.out, kNone);
-  EXPECT_EQ(output.err, "");
   EXPECT_TRUE(laptop.broadcast().posted().empty()) << "no application is needed";
 }
 

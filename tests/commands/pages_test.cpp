@@ -15,7 +15,7 @@
 #include "commands/MCPTools.h"
 #include "core/SettingsSchema.h"
 #include "core/Text.h"
-#include "simulated/TemporaryFolder.h"
+#include "linux/Helpers.h"
 
 namespace tovi {
 namespace {
@@ -53,9 +53,7 @@ struct Line {
 std::vector<Line> lines() {
   return {
       {{""}, allWords()},
-      {{"res"}, {"rescue"}},
       {{"preset", ""}, valuesOf("preset")},
-      {{"check-in", ""}, valuesOf("check_in_minutes")},
       {{"set", ""}, allKeys()},
       {{"set", "appearance", ""}, valuesOf("appearance")},
       {{"set", "heat_guard", ""}, {"on", "off"}},
@@ -74,8 +72,8 @@ class Shell : public testing::Test {
  protected:
   TemporaryFolder folder;
 
-  std::string put(const char* name, const std::string& text) {
-    folder.write(name, text);
+  std::string page(const char* name, const std::string& text) {
+    put(folder / name, text);
     return folder / name;
   }
   // Lines that a command prints; fails the test if it fails.
@@ -107,11 +105,11 @@ TEST(Guide, TellsOfEveryWordAndOfNoOther) {
 
 TEST_F(Shell, BashOffersWhatTheTablesSay) {
   if (!has("bash")) GTEST_SKIP() << "there is no bash here";
-  const std::string page = put("tovi.bash", Pages::bashCompletion());
+  const std::string file = page("tovi.bash", Pages::bashCompletion());
   for (const Line& line : lines()) {
     std::string words = "tovi";
     for (const std::string& word : line.words) words += " '" + word + "'";
-    const auto offered = run("bash -c 'source " + page + "; COMP_WORDS=(" + "\"$@\"" +
+    const auto offered = run("bash -c 'source " + file + "; COMP_WORDS=(" + "\"$@\"" +
                              "); COMP_CWORD=" + std::to_string(line.words.size()) +
                              "; _tovi; printf \"%s\\n\" \"${COMPREPLY[@]}\"' bash " + words);
     EXPECT_EQ(Texts(offered.begin(), offered.end()), line.offered) << words;
@@ -120,12 +118,12 @@ TEST_F(Shell, BashOffersWhatTheTablesSay) {
 
 TEST_F(Shell, FishOffersWhatTheTablesSay) {
   if (!has("fish")) GTEST_SKIP() << "there is no fish here";
-  const std::string page = put("tovi.fish", Pages::fishCompletion());
+  const std::string file = page("tovi.fish", Pages::fishCompletion());
   for (const Line& line : lines()) {
     std::string typed = "tovi";
     for (const std::string& word : line.words) typed += " " + word;
     Texts offered;
-    for (const std::string& row : run("fish -c 'source " + page + "; complete -C \"" + typed + "\"'")) {
+    for (const std::string& row : run("fish -c 'source " + file + "; complete -C \"" + typed + "\"'")) {
       offered.insert(row.substr(0, row.find('\t')));
     }
     // It offers options only to somebody who has begun to type one, or where there is nothing else.
@@ -145,7 +143,7 @@ TEST_F(Shell, ZshReadsItsPageWhichHasEveryChoice) {
     for (const Guide::Choice& choice : place.choices) EXPECT_NE(text.find("'" + choice.text), std::string::npos);
   }
   if (!has("zsh")) GTEST_SKIP() << "there is no zsh here to read it";
-  run("zsh -n " + put("_tovi", text));
+  run("zsh -n " + page("_tovi", text));
 }
 
 TEST_F(Shell, ManualNamesEveryWordSettingAndToolAndFormatsWithoutComplaint) {
@@ -171,7 +169,7 @@ TEST_F(Shell, ManualNamesEveryWordSettingAndToolAndFormatsWithoutComplaint) {
     EXPECT_TRUE(!term.starts_with("tovi") || expected.contains(term)) << term;
   }
   if (!has("groff")) GTEST_SKIP() << "there is no groff here to format it";
-  EXPECT_EQ(run("groff -K utf8 -man -ww -z -T utf8 " + put("tovi.1", text)), std::vector<std::string>{});
+  EXPECT_EQ(run("groff -K utf8 -man -ww -z -T utf8 " + page("tovi.1", text)), std::vector<std::string>{});
 }
 
 }  // namespace

@@ -10,20 +10,6 @@ namespace {
 
 class Requests : public testing::Test, protected Center {
  protected:
-  // Every file below the home folder, so that a reply can't hide anywhere.
-  std::vector<std::string> files(const std::string& folder = "/home") {
-    std::vector<std::string> found;
-    for (const std::string& name : laptop.files().list(folder).value_or(std::vector<std::string>{})) {
-      const std::string path = folder + "/" + name;
-      if (laptop.files().status(path)->kind == FileStatus::Kind::folder) {
-        for (auto& below : files(path)) found.push_back(std::move(below));
-      } else {
-        found.push_back(path);
-      }
-    }
-    return found;
-  }
-
   void send(const std::string& text) {
     laptop.machine().broadcast.post(text);
     laptop.settle();
@@ -35,9 +21,8 @@ class Requests : public testing::Test, protected Center {
 };
 
 TEST_F(Requests, WithoutAGoodIdGetNoReplyAnywhere) {
-  send(R"({"id": "first", "cmd": "config"})");  // so that the folder is there
-  laptop.advance(3);                            // and what the engine writes by itself
-  const auto before = files();
+  const std::string longest = std::string(62, 'Z') + "-9";
+  send(Json{{"id", longest}, {"cmd", "config"}}.dump());
   for (const std::string& id : {std::string("a/b"), std::string("../b"), std::string("a.b"), std::string(""),
                                 std::string(65, 'a'), std::string("ä"), std::string("a b"), std::string("a\0b", 3)}) {
     send(Json{{"id", id}, {"cmd", "config"}}.dump());
@@ -46,27 +31,12 @@ TEST_F(Requests, WithoutAGoodIdGetNoReplyAnywhere) {
                            R"({"id": "x", "cmd": ["config"]})", "[]", "7", "{", "", "\xff"}) {
     send(text);
   }
+  send(R"({"id": "nul", "cmd": "config"})" + std::string("\0junk", 5));
   laptop.advance(3);
-  EXPECT_EQ(files(), before);
-}
-
-TEST_F(Requests, LongestGoodIdIsAnswered) {
-  const std::string id = std::string(62, 'Z') + "-9";
-  send(Json{{"id", id}, {"cmd", "config"}}.dump());
-  EXPECT_TRUE(replyTo(id).has_value());
-}
-
-TEST_F(Requests, RepliesArePrivate) {
-  send(R"({"id": "r1", "cmd": "config"})");
+  EXPECT_EQ(laptop.files().list(state.path("replies")), std::vector<std::string>{longest + ".json"});
+  EXPECT_FALSE(state.exists("b.json"));
   EXPECT_EQ(laptop.files().status(state.path("replies"))->mode, 0700u);
-  EXPECT_EQ(laptop.files().status(state.path("replies/r1.json"))->mode, 0600u);
-}
-
-TEST_F(Requests, ArgsThatAreNoObjectCountAsEmpty) {
-  send(R"({"id": "r2", "cmd": "hold", "args": ["x"]})");
-  const auto reply = replyTo("r2");
-  ASSERT_TRUE(reply.has_value());
-  EXPECT_EQ((*reply)["hold"]["reason"], "Asked to stay awake");
+  EXPECT_EQ(laptop.files().status(state.path("replies/" + longest + ".json"))->mode, 0600u);
 }
 
 TEST_F(Requests, ArgsNestedWithoutEndOverflowNothing) {
@@ -76,35 +46,23 @@ TEST_F(Requests, ArgsNestedWithoutEndOverflowNothing) {
   EXPECT_TRUE(replyTo("next").has_value());
 }
 
-TEST_F(Requests, LateReplyIsWrittenWhenItComes) {
-  send(R"({"id": "r3", "cmd": "energy"})");
-  EXPECT_FALSE(replyTo("r3"));
-  laptop.advance(2);
-  EXPECT_TRUE(replyTo("r3"));
-}
-
 TEST_F(Requests, CenterThatIsGoneMakesNoReply) {
   bool replied = false;
-  for (const char* command : {"status", "energy"}) {
+  for (const char* command : {"status", "energy", "measure", "power"}) {
     center->handle(command, Json::object(), [&](const Json&) { replied = true; });
   }
   center.reset();
-  laptop.advance(5);
+  laptop.advance(20);
   EXPECT_FALSE(replied);
   EXPECT_EQ(laptop.machine().broadcast.post("x"), Broadcast::Sent::nobodyListens);
 }
 
 TEST_F(Requests, ReplyWithBytesThatAreNoTextIsStillJson) {
-  ask("hold", {{"reason",
-                "a\xff"
-                "b"}});
+  ask("hold", {{"reason", "caf\xff"}});
   send(R"({"id": "r4", "cmd": "status"})");
+  EXPECT_FALSE(replyTo("r4")) << "it takes its time";
   laptop.advance(2);
-  const auto reply = replyTo("r4");
-  ASSERT_TRUE(reply.has_value());
-  EXPECT_EQ((*reply)["holds"][0]["reason"],
-            "a\xEF\xBF\xBD"
-            "b");
+  EXPECT_EQ(replyTo("r4").value_or(Json())["holds"][0]["reason"], "caf\xEF\xBF\xBD");
 }
 
 TEST(Wire, AnythingButAnObjectIsAnEmptyOne) {

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "commands/CLI.h"
@@ -15,19 +16,14 @@ namespace {
 
 using Json = nlohmann::json;
 
-const Json kStatus{
-    {"ok", true},
-    {"status", "Claude Code is working · sleeps when closed"},
-    {"battery", {{"percent", 80}, {"watts", 6.5}, {"on_power", false}, {"charging", false}}},
-    {"hours_left_closed", 9.1},
-    {"closed_estimate_watts", 5.0},
-    {"warning", "The watchdog isn't running"},
-    {"not_put_back_yet", {"Xcode", "Slack"}},
-    {"watching",
-     {{{"name", "Claude Code"}, {"project", "site"}, {"working", true}, {"instances", 2}},
-      {{"name", "Codex"}, {"project", ""}, {"working", false}, {"idle_minutes", 3}}}},
-    {"apps_using_energy", {{{"name", "Xcode"}, {"watts", 12.345}, {"while_closed", "slow"}}}},
-};
+const Json kStatus = Json::parse(R"({
+  "ok": true, "status": "Claude Code is working · sleeps when closed",
+  "battery": {"percent": 80, "watts": 6.5, "on_power": false, "charging": false},
+  "hours_left_closed": 9.1, "closed_estimate_watts": 5.0,
+  "warning": "The watchdog isn't running", "not_put_back_yet": ["Xcode", "Slack"],
+  "watching": [{"name": "Claude Code", "project": "site", "working": true, "instances": 2},
+               {"name": "Codex", "project": "", "working": false, "idle_minutes": 3}],
+  "apps_using_energy": [{"name": "Xcode", "watts": 12.345, "while_closed": "slow"}]})");
 
 TEST(Show, StatusComesInItsOrderAsBareTexts) {
   Recorder output;
@@ -47,19 +43,14 @@ TEST(Show, StatusComesInItsOrderAsBareTexts) {
 TEST(Show, TerminalGetsColumns) {
   Recorder output;
   output.terminal = true;
-  CLI::show(Json{{"ok", true}, {"watching", kStatus["watching"]}}, false, output);
+  const Json apps = Json::parse(R"([{"name": "Xcode", "watts": 12.345, "while_closed": "slow"},
+                                    {"name": "A", "watts": 1, "while_closed": "leave"}])");
+  CLI::show(Json{{"ok", true}, {"watching", kStatus["watching"]}, {"apps", apps}}, false, output);
   EXPECT_EQ(output.out,
             "Claude Code ×2  site  working\n"
-            "Codex                 idle for 3 min\n");
-}
-
-TEST(Show, TerminalGetsAppsInColumnsToo) {
-  Recorder output;
-  output.terminal = true;
-  const Json apps{{{"name", "Xcode"}, {"watts", 12.345}, {"while_closed", "slow"}},
-                  {{"name", "A"}, {"watts", 1}, {"while_closed", "leave"}}};
-  CLI::show(Json{{"ok", true}, {"apps", apps}}, false, output);
-  EXPECT_EQ(output.out, "   12.35 W  Xcode  (slow)\n    1.00 W  A      (leave)\n");
+            "Codex                 idle for 3 min\n"
+            "   12.35 W  Xcode  (slow)\n"
+            "    1.00 W  A      (leave)\n");
 }
 
 // Whoever names an agent or a hold must not write to the title of somebody's terminal, or worse.
@@ -80,25 +71,18 @@ TEST(Show, WordsOfOthersCannotDriveATerminal) {
 TEST(Show, PiecesOfOtherReplies) {
   ::setenv("TZ", "UTC", 1);
   ::tzset();
-  const struct {
-    Json reply;
-    const char* out;
-  } cases[] = {
-      {{{"ok", true}, {"status", "s"}, {"released", 2}}, "s\nreleased 2\n"},
-      {{{"ok", true}, {"hold", {{"id", "ab12cd34"}, {"reason", "r"}}}}, "hold ab12cd34\n"},
-      {{{"ok", true}, {"hold", {{"id", "ab"}, {"until", "2026-01-05T17:30:00Z"}}}}, "hold ab until 17:30\n"},
-      {{{"ok", true}, {"battery", {{"percent", 5}, {"watts", 0.0}, {"on_power", true}}}}, "battery 5% on power\n"},
-      {{{"ok", true}, {"path", "/p"}, {"config", {{"mode", "on"}}}}, "/p\n{\n  \"mode\": \"on\"\n}\n"},
-      {{{"ok", true}, {"apps", {{{"name", "A"}, {"watts", 1}, {"while_closed", "leave"}}}}},
-       "    1.00 W  A  (leave)\n"},
-      {{{"ok", true}, {"status", 5}, {"hold", "x"}, {"battery", nullptr}, {"apps", 7}, {"watching", {1, "x"}}},
-       "hold \nbattery 0% 0.0 W\n  idle\n  idle\n"},
-      {Json::object(), ""},
-  };
-  for (const auto& row : cases) {
+  for (const auto& [reply, out] : std::map<std::string, std::string>{
+           {R"({"status": "s", "released": 2})", "s\nreleased 2\n"},
+           {R"({"hold": {"id": "ab12cd34", "reason": "r"}})", "hold ab12cd34\n"},
+           {R"({"hold": {"id": "ab", "until": "2026-01-05T17:30:00Z"}})", "hold ab until 17:30\n"},
+           {R"({"battery": {"percent": 5, "watts": 0.0, "on_power": true}})", "battery 5% on power\n"},
+           {R"({"path": "/p", "config": {"mode": "on"}})", "/p\n{\n  \"mode\": \"on\"\n}\n"},
+           {R"({"status": 5, "hold": "x", "battery": null, "apps": 7, "watching": [1, "x"]})",
+            "hold \nbattery 0% 0.0 W\n  idle\n  idle\n"},
+           {"{}", ""}}) {
     Recorder output;
-    EXPECT_EQ(CLI::show(row.reply, false, output), 0);
-    EXPECT_EQ(output.out, row.out);
+    EXPECT_EQ(CLI::show(Json::parse(reply), false, output), 0);
+    EXPECT_EQ(output.out, out);
   }
 }
 

@@ -1,6 +1,6 @@
-// config.json as a file: set aside when broken, watched while it is edited.
-
 #include <gtest/gtest.h>
+
+#include <functional>
 
 #include "core/Config.h"
 #include "core/ConfigWatcher.h"
@@ -10,13 +10,10 @@
 namespace tovi {
 namespace {
 
-struct ConfigFileTest : testing::Test {
+TEST(ConfigFile, OnlyWhatIsNoObjectIsSetAside) {
   MemoryLaptop laptop;
-  StateFiles state{laptop.machine()};
-  std::string path = Config::path(state);
-};
-
-TEST_F(ConfigFileTest, OnlyWhatIsNoObjectIsSetAside) {
+  const StateFiles state{laptop.machine()};
+  const std::string path = Config::path(state);
   EXPECT_EQ(Config::setAsideIfBroken(state, laptop.clock()), std::nullopt);
   laptop.files().put(path, R"({"mode": 3})");
   EXPECT_EQ(Config::setAsideIfBroken(state, laptop.clock()), std::nullopt);
@@ -24,56 +21,35 @@ TEST_F(ConfigFileTest, OnlyWhatIsNoObjectIsSetAside) {
   EXPECT_EQ(Config::setAsideIfBroken(state, laptop.clock()), "config.broken-1767600000.json");
   EXPECT_EQ(state.read("config.broken-1767600000.json"), "[1]");
   EXPECT_EQ(state.read("config.json"), "[1]");  // copied, not moved
-}
-
-TEST_F(ConfigFileTest, ASecondBreakageInTheSameSecondKeepsTheFirstCopy) {
-  laptop.files().put(path, "first");
-  ASSERT_TRUE(Config::setAsideIfBroken(state, laptop.clock()));
-  laptop.files().put(path, "second");
+  laptop.files().put(path, "again in the same second");
   EXPECT_EQ(Config::setAsideIfBroken(state, laptop.clock()), "config.broken-1767600000.json");
-  EXPECT_EQ(state.read("config.broken-1767600000.json"), "first");
-}
-
-TEST_F(ConfigFileTest, TheNameIsGivenEvenIfTheCopyFailed) {
-  laptop.files().put(path, "broken");
+  EXPECT_EQ(state.read("config.broken-1767600000.json"), "[1]") << "the first copy";
+  laptop.advance(1);
   laptop.files().setFull(true);
-  EXPECT_EQ(Config::setAsideIfBroken(state, laptop.clock()), "config.broken-1767600000.json");
+  EXPECT_EQ(Config::setAsideIfBroken(state, laptop.clock()), "config.broken-1767600001.json") << "named all the same";
 }
 
-TEST_F(ConfigFileTest, EveryWayOfSavingIsSeenOnceAndAnUntouchedFileNever) {
-  laptop.files().put(path, "{}");
+TEST(ConfigWatcher, SeesEveryWayOfSavingOnceAndAnUntouchedFileNever) {
+  MemoryLaptop laptop;
+  const StateFiles state{laptop.machine()};
+  MemoryFiles& files = laptop.files();
+  const std::string path = Config::path(state);
+  files.put(path, "{}");
   int changes = 0;
-  ConfigWatcher watcher(laptop.files(), laptop.files(), state, [&] { ++changes; });
+  ConfigWatcher watcher(files, files, state, [&] { ++changes; });
   watcher.start();
-  laptop.settle();
-  EXPECT_EQ(changes, 0);
-
-  laptop.files().put(path, R"({"hotkey": false})");  // rewritten in place
-  laptop.settle();
-  EXPECT_EQ(changes, 1);
-
-  laptop.files().put(state.path("other"), R"({"hotkey": false})");  // replaced by rename, same size
-  laptop.files().rename(state.path("other"), path);
-  laptop.settle();
-  EXPECT_EQ(changes, 2);
-
-  laptop.files().put(state.path("alive"), "1 2 3");  // somebody else's file
-  laptop.settle();
-  EXPECT_EQ(changes, 2);
-
-  laptop.files().erase(path);
-  laptop.settle();
-  EXPECT_EQ(changes, 3);
-}
-
-TEST_F(ConfigFileTest, AnotherInodeIsAnotherFileThoughSizeAndTimeAgree) {
-  ConfigWatcher watcher(laptop.files(), laptop.files(), state, [] {});
-  EXPECT_EQ(watcher.stamp(), std::nullopt);
-  laptop.files().put(path, "{}");
-  const auto before = watcher.stamp();
-  laptop.files().put(state.path("other"), "{}");
-  laptop.files().rename(state.path("other"), path);
-  EXPECT_NE(watcher.stamp(), before);
+  const std::pair<std::function<void()>, int> steps[] = {
+      {[] {}, 0},
+      {[&] { files.put(path, "{...}"); }, 1},                                                      // in place
+      {[&] { files.put(state.path("new"), "{...}"), files.rename(state.path("new"), path); }, 2},  // same size and time
+      {[&] { files.put(state.path("alive"), "1 2 3"); }, 2},                                       // somebody else's
+      {[&] { files.erase(path); }, 3},
+  };
+  for (const auto& [happens, expected] : steps) {
+    happens();
+    laptop.settle();
+    EXPECT_EQ(changes, expected);
+  }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace tovi {
 namespace {
@@ -14,7 +15,7 @@ Config decoded(const char* text) {
 }
 
 TEST(ConfigReading, OnlyATopLevelThatIsNoObjectFails) {
-  for (const char* text : {"", "[]", "[{}]", "null", "3", "\"x\"", "{", "{\"mode\": }", "{} trailing", "\xff\xfe"}) {
+  for (const char* text : {"", "[]", "[{}]", "null", "3", "{", "{\"mode\": }", "{} trailing", "\xff\xfe"}) {
     EXPECT_FALSE(Config::decode(text)) << text;
   }
   EXPECT_EQ(decoded("{}"), Config{});
@@ -28,19 +29,16 @@ TEST(ConfigReading, NumbersAreClampedAndNotRejected) {
     int expected;
   } cases[] = {
       {R"({"quietMinutes": 0})", &Config::quietMinutes, 1},
-      {R"({"quietMinutes": 9999})", &Config::quietMinutes, 240},
       {R"({"quietMinutes": 99999999999})", &Config::quietMinutes, 240},
       {R"({"quietMinutes": 7.0})", &Config::quietMinutes, 7},
       {R"({"quietMinutes": 7.5})", &Config::quietMinutes, 5},
       {R"({"quietMinutes": 1e300})", &Config::quietMinutes, 5},
-      {R"({"quietMinutes": "7"})", &Config::quietMinutes, 5},
       {R"({"quietMinutes": true})", &Config::quietMinutes, 5},
       {R"({"batteryFloor": -5})", &Config::batteryFloor, 0},
       {R"({"batteryFloor": 95})", &Config::batteryFloor, 80},
       {R"({"wakeForMinutes": 2})", &Config::wakeForMinutes, 5},
       {R"({"wakeForMinutes": 5000})", &Config::wakeForMinutes, 1440},
       {R"({"checkInMinutes": 20})", &Config::checkInMinutes, 0},
-      {R"({"checkInMinutes": 60})", &Config::checkInMinutes, 60},
   };
   for (const auto& row : cases) EXPECT_EQ(decoded(row.text).*row.field, row.expected) << row.text;
 }
@@ -56,6 +54,12 @@ TEST(ConfigReading, ABadValueCostsItsKeyAndNothingElse) {
   EXPECT_EQ(config, expected);
 }
 
+TEST(ConfigReading, ATopicIsCutByCharactersAndNotInsideOne) {
+  std::string umlauts;
+  for (int count = 0; count < 70; ++count) umlauts += "ü";
+  EXPECT_EQ(decoded(("{\"ntfyTopic\": \"" + umlauts + "\"}").c_str()).ntfyTopic, umlauts.substr(0, 128));
+}
+
 TEST(ConfigReading, OptionalValuesCountOnlyWhereTheyMakeSense) {
   EXPECT_EQ(decoded(R"({"alwaysUntil": 1e999, "chimeSound": "1e999", "wakeAt": -1e999})").chimeSound, "1e999");
   // A text that was cut in the middle of a character's two halves.
@@ -66,45 +70,29 @@ TEST(ConfigReading, OptionalValuesCountOnlyWhereTheyMakeSense) {
         R"({"modeBeforeAlways": "on"})", R"({"wakeAt": 0})", R"({"modeBeforeAlways": "busy"})"}) {
     EXPECT_EQ(decoded(text), Config{}) << text;
   }
-  const Config config = decoded(R"({"alwaysUntil": 1.5, "modeBeforeAlways": "off", "wakeAt": 2})");
-  EXPECT_EQ(config.alwaysUntil, 1.5);
-  EXPECT_EQ(config.modeBeforeAlways, Mode::off);
-  EXPECT_EQ(config.wakeAt, 2.0);
 }
 
-TEST(ConfigReading, ATopicIsCutByCharactersAndNotInsideOne) {
-  EXPECT_EQ(decoded(("{\"ntfyTopic\": \"" + std::string(70, 'x') + "\"}").c_str()).ntfyTopic, std::string(64, 'x'));
-  std::string umlauts;
-  for (int count = 0; count < 70; ++count) umlauts += "ü";
-  EXPECT_EQ(decoded(("{\"ntfyTopic\": \"" + umlauts + "\"}").c_str()).ntfyTopic, umlauts.substr(0, 128));
-}
-
-TEST(ConfigWriting, EveryFieldComesBackAsItWas) {
-  Config config;
-  config.mode = Mode::on;
-  config.preset = Preset::speed;
-  config.lowPowerWhileClosed = config.sleepWhenDone = config.heatGuard = config.countClaudeApp = false;
-  config.countRequests = config.notifyDone = config.pauseSimulators = config.pauseBackgroundAudio = false;
-  config.liveLidIcon = config.pauseTimeMachine = config.hotkey = false;
-  config.onlyOnPower = config.notchIsland = config.showInDock = config.doneChime = config.lockOnClose = true;
-  config.screenOffNoLock = config.shutDownSimulators = config.slowBuildsWhileClosed = true;
-  config.quietMinutes = 17;
-  config.batteryFloor = 33;
-  config.watchedApps = {{"/Applications/A.app", "A"}, {"ffmpeg", "ffmpeg"}};
-  config.appRules = {{"com.a", AppRule::leave}, {"com.b", AppRule::pause}};
-  config.customAgents = {{"Mine", {"mine", "mine2"}, 0.25}, {"Other", {}, std::nullopt}};
-  config.menuBarText = MenuBarText::timeLeft;
-  config.appearance = AppearanceChoice::dark;
-  config.chimeSound = "Ping \"quoted\"";
-  config.ntfyTopic = "topic";
-  config.trackOnly = {"codex"};
-  config.alwaysUntil = 1800000000.5;
-  config.modeBeforeAlways = Mode::automatic;
-  config.checkInMinutes = 30;
-  config.wakeAt = 1800000001;
-  config.wakeForMinutes = 45;
+TEST(ConfigWriting, EveryFieldComesBackAsItWasAndTouchesNoOther) {
+  const auto all = nlohmann::json::parse(R"({
+    "mode": "on", "preset": "speed", "lowPowerWhileClosed": false, "sleepWhenDone": false, "heatGuard": false,
+    "countClaudeApp": false, "countRequests": false, "notifyDone": false, "pauseSimulators": false,
+    "pauseBackgroundAudio": false, "liveLidIcon": false, "pauseTimeMachine": false, "hotkey": false,
+    "onlyOnPower": true, "notchIsland": true, "showInDock": true, "doneChime": true, "lockOnClose": true,
+    "screenOffNoLock": true, "shutDownSimulators": true, "slowBuildsWhileClosed": true, "quietMinutes": 17,
+    "batteryFloor": 33, "watchedApps": [{"id": "/Applications/A.app", "name": "A"}, {"id": "b", "name": "b"}],
+    "appRules": {"com.a": "leave", "com.b": "pause"}, "trackOnly": ["codex"], "menuBarText": "timeLeft",
+    "customAgents": [{"name": "M", "executables": ["m", "n"], "idleWatts": 0.25}, {"name": "O", "executables": []}],
+    "appearance": "dark", "chimeSound": "Ping \"quoted\"", "ntfyTopic": "topic", "alwaysUntil": 1800000000.5,
+    "modeBeforeAlways": "auto", "checkInMinutes": 30, "wakeAt": 1800000001.0, "wakeForMinutes": 45})");
+  EXPECT_EQ(all.size(), 36u);
+  for (const auto& [key, value] : all.items()) {
+    auto expected = Config{}.toJson();
+    EXPECT_NE(std::exchange(expected[key], value), value) << key;
+    EXPECT_EQ(decoded(nlohmann::json{{key, value}}.dump().c_str()).toJson(), expected);
+  }
+  const Config config = decoded(all.dump().c_str());
+  EXPECT_EQ(config.toJson(), all);
   EXPECT_EQ(Config::decode(config.encoded()), config);
-  EXPECT_EQ(config.toJson().size(), 36u);
 }
 
 TEST(ConfigWriting, OnlyAbsentOptionsAreLeftOutAndTextSurvivesAnyBytes) {

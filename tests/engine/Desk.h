@@ -23,25 +23,14 @@ struct Desk : World {
     docker = app(kDocker, "com.docker.docker", "Docker Desktop");
     terminal = app(kTerminal, "com.example.terminal", "Terminal");
     shell = program("/bin/zsh", terminal);
-    claude = laptop.processes().add({.pid = 0,
-                                     .parent = shell,
-                                     .path = "/usr/local/bin/claude",
-                                     .arguments = {"claude"},
-                                     .workingDirectory = "/home/anna/project",
-                                     .start = {},
-                                     .watts = 2,
-                                     .cores = 0.5});
-    stranger = laptop.processes().add(
-        {.pid = 0, .parent = 1, .path = std::string(kNotes) + "/Contents/MacOS/Notes", .mine = false});
+    claude = agent(2, "claude", shell);
+    stranger = laptop.processes().add({.path = std::string(kNotes) + "/Contents/MacOS/Notes", .mine = false});
     daemon = program("/usr/libexec/daemon");
   }
 
   Pid app(const std::string& path, const std::string& bundle, const std::string& name) {
     const Pid pid = program(path + "/Contents/MacOS/" + name);
-    laptop.edit([&](LaptopReport& report) {
-      report.applications.push_back(
-          {.pid = pid, .name = name, .bundleIdentifier = bundle, .path = path, .regular = true});
-    });
+    laptop.edit([&](LaptopReport& report) { report.applications.push_back({pid, name, bundle, path, true}); });
     return pid;
   }
 
@@ -54,6 +43,13 @@ struct Desk : World {
   void work() {
     laptop.advance(12);
     ASSERT_TRUE(holds(true));
+  }
+
+  // The lid closes on all of that, and everything is in force.
+  void close() {
+    start();
+    work();
+    lid(true);
   }
 
   // What is still changed on the laptop, in words; empty when everything is back.

@@ -54,6 +54,14 @@ struct World {
     laptop.edit([&](LaptopReport& report) { report.thermal = thermal; });
     laptop.settle();
   }
+  void set(const std::function<void(Config&)>& change) {
+    Config next = engine().config;
+    change(next);
+    engine().apply(next, true);
+  }
+  void turnOff() {
+    set([](Config& config) { config.mode = Mode::off; });
+  }
   void refuse(std::vector<std::string> commands) {
     laptop.edit([&](LaptopReport& report) { report.refuse = std::move(commands); });
   }
@@ -66,27 +74,29 @@ struct World {
     });
   }
 
-  Pid agent(double watts = 2, const std::string& name = "claude") {
-    return laptop.processes().add({.pid = 0,
-                                   .parent = 1,
+  Pid agent(double watts = 2, const std::string& name = "claude", Pid parent = 1) {
+    return laptop.processes().add({.parent = parent,
                                    .path = "/usr/local/bin/" + name,
                                    .arguments = {name},
                                    .workingDirectory = "/home/anna/project",
-                                   .start = {},
                                    .watts = watts,
                                    .cores = watts / 4});
   }
   Pid program(const std::string& path, Pid parent = 1, double watts = 0.5) {
-    return laptop.processes().add({.pid = 0,
-                                   .parent = parent,
+    return laptop.processes().add({.parent = parent,
                                    .path = path,
                                    .arguments = {path},
                                    .workingDirectory = "/",
-                                   .start = {},
                                    .watts = watts,
                                    .cores = watts / 4});
   }
+  // The number of a process that has gone, in other hands.
+  void reuse(Pid pid, const std::string& path = "/usr/bin/innocent") {
+    laptop.processes().exit(pid);
+    laptop.processes().add({.pid = pid, .path = path});
+  }
 
+  std::size_t sleepsAsked() { return laptop.commandCount("/usr/bin/sudo -n /usr/bin/pmset sleepnow"); }
   bool sleepOff() const { return laptop.switches().sleepDisabled; }
   bool marker() const { return state.exists("hold"); }
   bool asleep() const { return laptop.switches().asleep; }

@@ -2,229 +2,179 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace tovi {
 namespace {
 
 constexpr Date kNow = dateFromUnix(1767600000);
 
-AgentSession session(const char* id, double idleSeconds) {
-  AgentSession session;
-  for (const AgentKind& kind : AgentKind::all()) {
-    if (kind.id == id) session.kind = kind;
+struct Working : AwakeReadings {
+  explicit Working(int percent = 80) {
+    now = kNow;
+    workReason = "Claude Code is working";
+    batteryFloor = 20;
+    battery = BatteryReading{.percent = percent, .watts = 8, .onAC = false, .charging = false, .minutesLeft = {}};
   }
-  session.lastActive = kNow + -idleSeconds;
-  session.watts = 1;
-  return session;
-}
-
-AwakeReadings working() {
-  AwakeReadings readings;
-  readings.now = kNow;
-  readings.workReason = "Claude Code is working";
-  readings.batteryFloor = 20;
-  readings.battery = BatteryReading{.percent = 80, .watts = 8, .onAC = false, .charging = false, .minutesLeft = {}};
-  return readings;
-}
+  AwakeVerdict verdict() const { return decideAwake(*this); }
+};
 
 TEST(AwakeChoice, EachModeListensToWhatItShould) {
   struct Case {
-    const char* name;
     Mode mode;
     bool hold, snoozed, work;
     std::optional<std::string> reason;
   };
-  const Case cases[] = {
-      {"off with a hold", Mode::off, true, true, true, "training"},
-      {"off without", Mode::off, false, false, true, std::nullopt},
-      {"auto: a hold comes before work, snoozed or not", Mode::automatic, true, true, true, "training"},
-      {"auto: work", Mode::automatic, false, false, true, "Claude Code is working"},
-      {"auto: work, but sleep now was said", Mode::automatic, false, true, true, std::nullopt},
-      {"auto: nothing", Mode::automatic, false, false, false, std::nullopt},
-      {"on: whatever else", Mode::on, true, true, true, "Always awake"},
-  };
-  for (const Case& row : cases) {
-    AwakeReadings readings = working();
+  using enum Mode;
+  for (const Case& row :
+       {Case{off, true, true, true, "training"}, Case{off, false, false, true, {}},
+        Case{automatic, true, true, true, "training"}, Case{automatic, false, false, true, "Claude Code is working"},
+        Case{automatic, false, true, true, {}}, Case{automatic, false, false, false, {}},
+        Case{on, true, true, true, "Always awake"}}) {
+    Working readings;
     readings.mode = row.mode;
     readings.snoozed = row.snoozed;
     if (row.hold) readings.lastHoldReason = "training";
     if (!row.work) readings.workReason.reset();
-    const AwakeVerdict verdict = decideAwake(readings);
-    EXPECT_EQ(verdict.reason, row.reason) << row.name;
-    EXPECT_EQ(verdict.wants, row.reason.has_value()) << row.name;
-    EXPECT_EQ(verdict.allowed, row.reason.has_value()) << row.name;
+    const AwakeVerdict verdict = readings.verdict();
+    EXPECT_EQ(verdict.reason, row.reason) << static_cast<int>(row.mode) << row.hold << row.snoozed << row.work;
+    EXPECT_EQ(verdict.wants && verdict.allowed, row.reason.has_value());
   }
 }
 
 TEST(BatteryFloor, RefusesAtTheFloorAndHoldsUntilItHasRecovered) {
   struct Case {
     int percent;
-    bool latched;
-    bool allowed;
-    bool latchedAfter;
+    bool latched, allowed;
   };
-  for (const Case& row : {Case{21, false, true, false}, Case{20, false, false, true}, Case{19, true, false, true},
-                          Case{22, true, false, true}, Case{23, true, false, true}, Case{24, true, true, false}}) {
-    AwakeReadings readings = working();
-    readings.battery->percent = row.percent;
+  for (const Case& row : {Case{21, false, true}, Case{20, false, false}, Case{19, true, false}, Case{23, true, false},
+                          Case{24, true, true}}) {
+    Working readings(row.percent);
     readings.floorLatched = row.latched;
-    const AwakeVerdict verdict = decideAwake(readings);
-    EXPECT_EQ(verdict.allowed, row.allowed) << row.percent;
-    EXPECT_EQ(verdict.floorLatched, row.latchedAfter) << row.percent;
-    EXPECT_EQ(verdict.blockedReason.value_or(""), row.allowed ? "" : "Battery at " + std::to_string(row.percent) + "%");
+    EXPECT_EQ(readings.verdict().allowed, row.allowed) << row.percent;
+    EXPECT_EQ(readings.verdict().floorLatched, !row.allowed) << row.percent;
+    EXPECT_EQ(readings.verdict().blockedReason.value_or(""),
+              row.allowed ? "" : "Battery at " + std::to_string(row.percent) + "%");
   }
 }
 
 TEST(BatteryFloor, IsWaivedByZeroByThePersonAndByACharger) {
-  AwakeReadings low = working();
-  low.battery->percent = 5;
-  EXPECT_FALSE(decideAwake(low).allowed);
+  const auto allowedAtFivePercent = [](void (*change)(Working&)) {
+    Working readings(5);
+    change(readings);
+    return readings.verdict().allowed;
+  };
+  EXPECT_TRUE(allowedAtFivePercent([](Working& w) { w.batteryFloor = 0; }));
+  EXPECT_TRUE(allowedAtFivePercent([](Working& w) { w.floorOverride = true; }));
+  EXPECT_TRUE(allowedAtFivePercent([](Working& w) { w.battery.reset(); })) << "a desktop";
+  EXPECT_FALSE(allowedAtFivePercent([](Working& w) { w.battery->onAC = true; })) << "it drains all the same";
 
-  AwakeReadings none = low;
-  none.batteryFloor = 0;
-  EXPECT_TRUE(decideAwake(none).allowed);
-
-  AwakeReadings waived = low;
-  waived.floorOverride = true;
-  EXPECT_TRUE(decideAwake(waived).allowed);
-
-  AwakeReadings charging = low;
-  charging.floorLatched = true;
-  charging.battery->onAC = charging.battery->charging = true;
-  EXPECT_TRUE(decideAwake(charging).allowed);
-  EXPECT_FALSE(decideAwake(charging).floorLatched);
-
-  AwakeReadings weakCharger = low;  // plugged in, and the battery still drains
-  weakCharger.battery->onAC = true;
-  EXPECT_FALSE(decideAwake(weakCharger).allowed);
-
-  AwakeReadings desktop = low;
-  desktop.battery.reset();
-  EXPECT_TRUE(decideAwake(desktop).allowed);
-}
-
-TEST(BatteryFloor, TheLatchEndsWithTheChargerAlsoWhileNothingIsWanted) {
-  AwakeReadings readings = working();
-  readings.workReason.reset();
-  readings.floorLatched = true;
-  EXPECT_TRUE(decideAwake(readings).floorLatched);
-  readings.battery->charging = true;
-  EXPECT_FALSE(decideAwake(readings).floorLatched);
+  Working charging(5);
+  charging.floorLatched = charging.battery->onAC = charging.battery->charging = true;
+  EXPECT_TRUE(charging.verdict().allowed);
+  EXPECT_FALSE(charging.verdict().floorLatched);
+  charging.workReason.reset();
+  EXPECT_FALSE(charging.verdict().floorLatched) << "also while nothing is wanted";
+  charging.battery->charging = false;
+  EXPECT_TRUE(charging.verdict().floorLatched);
 }
 
 TEST(OnlyOnPower, ComesBeforeTheFloor) {
-  AwakeReadings readings = working();
+  Working readings(5);
   readings.onlyOnPower = true;
-  readings.battery->percent = 5;
-  EXPECT_EQ(decideAwake(readings).blockedReason, "Only on power");
-  EXPECT_FALSE(decideAwake(readings).floorLatched);
+  EXPECT_EQ(readings.verdict().blockedReason, "Only on power");
+  EXPECT_FALSE(readings.verdict().floorLatched);
   readings.battery->onAC = true;
   readings.battery->watts = 0.3;
-  EXPECT_TRUE(decideAwake(readings).allowed);
+  EXPECT_TRUE(readings.verdict().allowed);
 }
 
 TEST(Heat, EndsAHotSessionAfterFiveMinutesAndACriticalOneAtOnce) {
-  AwakeReadings readings = working();
+  Working readings;
   readings.lidClosed = true;
   readings.thermal = ThermalState::serious;
-  EXPECT_EQ(decideAwake(readings).hotSince, kNow);
+  EXPECT_EQ(readings.verdict().hotSince, kNow);
   readings.hotSince = kNow + -299;
-  EXPECT_TRUE(decideAwake(readings).allowed);
+  EXPECT_TRUE(readings.verdict().allowed);
   readings.hotSince = kNow + -300;
-  EXPECT_EQ(decideAwake(readings).blockedReason, "Too hot");
-  EXPECT_EQ(decideAwake(readings).hotSince, kNow + -300);
+  EXPECT_EQ(readings.verdict().blockedReason, "Too hot");
+  EXPECT_EQ(readings.verdict().hotSince, kNow + -300);
 
-  AwakeReadings unguarded = readings;
+  Working unguarded = readings;
   unguarded.heatGuard = false;
   unguarded.thermal = ThermalState::critical;
-  EXPECT_TRUE(decideAwake(unguarded).allowed);
+  EXPECT_TRUE(unguarded.verdict().allowed);
 
-  AwakeReadings open = readings;
+  Working open = readings;
   open.lidClosed = false;
-  EXPECT_TRUE(decideAwake(open).allowed);
-  EXPECT_EQ(decideAwake(open).hotSince, std::nullopt);
+  EXPECT_TRUE(open.verdict().allowed);
+  EXPECT_EQ(open.verdict().hotSince, std::nullopt);
   open.thermal = ThermalState::critical;
-  EXPECT_FALSE(decideAwake(open).allowed);
+  EXPECT_FALSE(open.verdict().allowed);
+  open.battery->percent = 10;
+  EXPECT_EQ(open.verdict().blockedReason, "Battery at 10%") << "of the two, the battery is told";
 
-  AwakeReadings fair = readings;
-  fair.thermal = ThermalState::fair;
-  EXPECT_EQ(decideAwake(fair).hotSince, std::nullopt);
+  readings.thermal = ThermalState::fair;
+  EXPECT_EQ(readings.verdict().hotSince, std::nullopt);
 }
 
-TEST(Heat, OfABatteryThatIsLowTheBatteryIsTold) {
-  AwakeReadings readings = working();
-  readings.battery->percent = 10;
-  readings.thermal = ThermalState::critical;
-  EXPECT_EQ(decideAwake(readings).blockedReason, "Battery at 10%");
-}
+AgentKind kindOf(std::string_view id) { return *std::ranges::find(AgentKind::all(), id, &AgentKind::id); }
 
-struct Work {
+struct WorkReason : testing::Test {
   std::vector<AgentSession> sessions;
   Config config;
   std::optional<Sighting> lastWork, lastSeen;
 
+  void add(const AgentKind& kind, double idleSeconds = 0) {
+    AgentSession& session = sessions.emplace_back();
+    session.kind = kind;
+    session.lastActive = kNow + -idleSeconds;
+    session.watts = 1;
+  }
   std::optional<std::string> reason() const { return workReason(sessions, config, lastWork, lastSeen, kNow); }
 };
 
-TEST(WorkReason, SaysWhatTheAgentDoes) {
-  Work work;
-  work.sessions = {session("claude-code", 0)};
-  EXPECT_EQ(work.reason(), "Claude Code is working");
-  work.sessions[0].toolRunning = true;
-  EXPECT_EQ(work.reason(), "Claude Code is working");  // it draws power itself
-  work.sessions[0].watts = 0.01;
-  EXPECT_EQ(work.reason(), "Claude Code is running a command");
-  work.sessions[0].instances = 2;
-  EXPECT_EQ(work.reason(), "Claude Code ×2 is running a command");
-  work.sessions[0].lastActive = kNow + -20;
-  EXPECT_EQ(work.reason(), "Claude Code ×2 went idle · sleeps in 4 min");
-  work.sessions[0].lastActive = kNow + -299;
-  EXPECT_EQ(work.reason(), "Claude Code ×2 went idle · sleeps in 0 min");
-  work.sessions[0].lastActive = kNow + -300;
-  EXPECT_EQ(work.reason(), std::nullopt);
+TEST_F(WorkReason, SaysWhatTheAgentDoes) {
+  add(kindOf("claude-code"));
+  sessions[0].toolRunning = true;
+  EXPECT_EQ(reason(), "Claude Code is working") << "it draws power itself";
+  sessions[0].watts = 0.01;
+  EXPECT_EQ(reason(), "Claude Code is running a command");
+  sessions[0].instances = 2;
+  EXPECT_EQ(reason(), "Claude Code ×2 is running a command");
+  sessions[0].lastActive = kNow + -20;
+  EXPECT_EQ(reason(), "Claude Code ×2 went idle · sleeps in 4 min");
+  sessions[0].lastActive = kNow + -299;
+  EXPECT_EQ(reason(), "Claude Code ×2 went idle · sleeps in 0 min");
+  sessions[0].lastActive = kNow + -300;
+  EXPECT_EQ(reason(), std::nullopt);
 }
 
-TEST(WorkReason, WithoutSleepWhenDoneAnOpenAgentIsReasonEnough) {
-  Work work;
-  work.config.sleepWhenDone = false;
-  work.sessions = {session("codex", 7 * 3600)};
-  EXPECT_EQ(work.reason(), "Codex is open");
-  work.sessions.clear();
-  work.lastWork = Sighting{kNow + -10, "never asked"};
-  EXPECT_EQ(work.reason(), std::nullopt);
-  work.lastSeen = Sighting{kNow + -60, "Codex"};
-  EXPECT_EQ(work.reason(), "Codex stopped · sleeps in 1 min");
-  work.lastSeen->at = kNow + -120;
-  EXPECT_EQ(work.reason(), std::nullopt);
+TEST_F(WorkReason, WithoutSleepWhenDoneAnOpenAgentIsReasonEnough) {
+  config.sleepWhenDone = false;
+  add(kindOf("codex"), 7 * 3600);
+  EXPECT_EQ(reason(), "Codex is open");
+  sessions.clear();
+  lastWork = Sighting{kNow + -10, "never asked"};
+  EXPECT_EQ(reason(), std::nullopt);
+  lastSeen = Sighting{kNow + -60, "Codex"};
+  EXPECT_EQ(reason(), "Codex stopped · sleeps in 1 min");
+  lastSeen->at = kNow + -120;
+  EXPECT_EQ(reason(), std::nullopt);
 }
 
-TEST(WorkReason, AnAgentThatLeftIsRememberedForTheQuietTime) {
-  Work work;
-  work.lastWork = Sighting{kNow + -61, "Claude Code"};
-  EXPECT_EQ(work.reason(), "Claude Code stopped · sleeps in 3 min");
-  work.lastWork->at = kNow + -300;
-  EXPECT_EQ(work.reason(), std::nullopt);
-}
-
-TEST(WorkReason, PassesOverAgentsThatDoNotCount) {
-  Work work;
-  AgentSession app = session("", 0);
-  app.kind = AgentKind::claudeApp();
-  work.sessions = {app, session("codex", 1)};
-  EXPECT_EQ(work.reason(), "Claude app is working");
-  work.config.countClaudeApp = false;
-  EXPECT_EQ(work.reason(), "Codex is working");
-  work.config.trackOnly = {"codex"};
-  EXPECT_EQ(work.reason(), std::nullopt);
-}
-
-TEST(WorkReason, WordsRequestsAndWatchedApps) {
-  AgentSession request = session("", 0);
-  request.kind = AgentKind::request("HandBrake");
-  request.instances = 3;
-  EXPECT_EQ((Work{{request}, {}, {}, {}}.reason()), "HandBrake asked to stay awake");
-  AgentSession app = session("", 0);
-  app.kind = AgentKind::watched({"/Applications/Blender.app", "Blender"});
-  EXPECT_EQ((Work{{app}, {}, {}, {}}.reason()), "Blender is busy");
+TEST_F(WorkReason, PassesOverAgentsThatDoNotCount) {
+  add(AgentKind::claudeApp());
+  add(kindOf("codex"), 1);
+  EXPECT_EQ(reason(), "Claude app is working");
+  config.countClaudeApp = false;
+  EXPECT_EQ(reason(), "Codex is working");
+  config.trackOnly = {"codex"};
+  EXPECT_EQ(reason(), std::nullopt);
+  add(AgentKind::request("HandBrake"));
+  EXPECT_EQ(reason(), "HandBrake asked to stay awake");
+  sessions[2].kind = AgentKind::watched({"/Applications/Blender.app", "Blender"});
+  EXPECT_EQ(reason(), "Blender is busy");
 }
 
 }  // namespace

@@ -7,18 +7,12 @@ namespace tovi {
 namespace {
 
 constexpr double kDay = 86400;
-constexpr double kSteps[] = {kDay, -kDay, 400 * kDay, -400 * kDay, 90, -90};
 
-struct Timed : World {
-  Timed() { config(R"({"quietMinutes": 2})"); }
+// Each test begins anew for each step that somebody sets the clock by.
+struct ClockStep : testing::TestWithParam<double>, World {
+  const double step = GetParam();
 
-  void askForHalfAnHour(bool always) {
-    if (always) {
-      start().stayAwake(30);
-    } else {
-      start().addHold("training", 30, {}, {});
-    }
-  }
+  ClockStep() { config(R"({"quietMinutes": 2})"); }
 
   // How long it still stays awake, in seconds; looked at every ten.
   double staysAwake(double most = 4 * 3600) {
@@ -26,122 +20,98 @@ struct Timed : World {
     for (; sleepOff() && waited < most; waited += 10) laptop.advance(10);
     return waited;
   }
+  void expectHalfAnHour(bool always, bool runsMeanwhile) {
+    always ? start().stayAwake(30) : (void)start().addHold("training", 30, {}, {});
+    laptop.advance(600);
+    if (!runsMeanwhile) {
+      owned->shutdown();
+      owned.reset();
+      laptop.restart();
+    }
+    laptop.stepClock(step);
+    engine();
+    EXPECT_NEAR(staysAwake(), 1200, 20);
+  }
 };
 
-TEST(ClockStep, ATimedRequestHasAsLongToGoAsBefore) {
-  for (const double step : kSteps) {
-    for (const bool always : {false, true}) {
-      Timed world;
-      world.askForHalfAnHour(always);
-      world.laptop.advance(600);
-      world.laptop.stepClock(step);
-      EXPECT_NEAR(world.staysAwake(), 1200, 20) << step << (always ? ", always" : ", hold");
-    }
-  }
+INSTANTIATE_TEST_SUITE_P(All, ClockStep, testing::Values(kDay, -kDay, 400 * kDay, -400 * kDay, 90, -90));
+
+TEST_P(ClockStep, ATimedRequestHasAsLongToGoAsBefore) { expectHalfAnHour(false, true); }
+TEST_P(ClockStep, ATimedAlwaysHasAsLongToGoAsBefore) { expectHalfAnHour(true, true); }
+TEST_P(ClockStep, ARequestOutlivesAStepWhileNobodyRuns) { expectHalfAnHour(false, false); }
+TEST_P(ClockStep, AnAlwaysOutlivesAStepWhileNobodyRuns) { expectHalfAnHour(true, false); }
+
+TEST_P(ClockStep, ARequestOfAnEarlierBootIsNotFromTheFuture) {
+  start().addHold("training", 30, {}, {});
+  laptop.advance(600);
+  owned.reset();
+  const auto saved = state.read("runtime.json").value();
+  laptop.powerLoss();
+  laptop.files().put(state.path("runtime.json"), saved);
+  laptop.stepClock(-kDay);
+  start();
+  EXPECT_NEAR(staysAwake(), 1800, 20);
 }
 
-TEST(ClockStep, ATimedRequestHasAsLongToGoAlsoIfNobodyRanMeanwhile) {
-  for (const double step : kSteps) {
-    for (const bool always : {false, true}) {
-      Timed world;
-      world.askForHalfAnHour(always);
-      world.laptop.advance(600);
-      world.owned->shutdown();
-      world.owned.reset();
-      world.laptop.restart();
-      world.laptop.stepClock(step);
-      world.start();
-      EXPECT_NEAR(world.staysAwake(), 1200, 20) << step << (always ? ", always" : ", hold");
-    }
-  }
+TEST_P(ClockStep, WorkGoesOnAndItsQuietTimeEndsInTime) {
+  const Pid claude = agent();
+  start();
+  laptop.advance(60);
+  laptop.stepClock(step);
+  laptop.advance(2);
+  EXPECT_TRUE(holds(true));
+  EXPECT_EQ(engine().holdReason.get(), "Claude Code is working");
+  laptop.advance(60);
+  laptop.processes().exit(claude);
+  laptop.advance(30);
+  laptop.stepClock(step);
+  EXPECT_NEAR(staysAwake(), 80, 40);
 }
 
-TEST(ClockStep, ARequestOfAnEarlierBootIsNotFromTheFuture) {
-  Timed world;
-  world.start().addHold("training", 30, {}, {});
-  world.laptop.advance(600);
-  world.owned.reset();
-  const auto saved = world.state.read("runtime.json").value();
-  world.laptop.powerLoss();
-  world.laptop.files().put(world.state.path("runtime.json"), saved);
-  world.laptop.stepClock(-kDay);
-  world.start();
-  EXPECT_NEAR(world.staysAwake(), 1800, 20);
+TEST_P(ClockStep, AClosedSessionIsToldAsItWas) {
+  start().addHold("training", {}, {}, {});
+  lid(true);
+  laptop.advance(300);
+  laptop.stepClock(step);
+  laptop.advance(300);
+  lid(false);
+  EXPECT_NEAR(engine().stats->sessions.at(0).closedMinutes, 10, 0.2);
+  EXPECT_LT(std::abs(engine().stats->sessions[0].whSaved), 1);
 }
 
-TEST(ClockStep, WorkGoesOnAndItsQuietTimeEndsInTime) {
-  for (const double step : kSteps) {
-    Timed world;
-    const Pid agent = world.agent();
-    world.start();
-    world.laptop.advance(60);
-    ASSERT_TRUE(world.sleepOff());
-    world.laptop.stepClock(step);
-    world.laptop.advance(2);
-    EXPECT_TRUE(world.sleepOff()) << step;
-    EXPECT_EQ(world.engine().holdReason.get(), "Claude Code is working") << step;
-    world.laptop.advance(60);
-    world.laptop.processes().exit(agent);
-    world.laptop.advance(30);
-    world.laptop.stepClock(step);
-    EXPECT_NEAR(world.staysAwake(), 80, 40) << step;
-  }
+TEST_P(ClockStep, AnAdoptedSessionIsDroppedInTime) {
+  state.touch(state.path("hold"));
+  laptop.setSwitches([](LaptopSwitches& switches) { switches.sleepDisabled = true; });
+  start();
+  laptop.stepClock(step);
+  EXPECT_NEAR(staysAwake(), 30, 15);
 }
 
-TEST(ClockStep, AClosedSessionIsToldAsItWas) {
-  for (const double step : {kDay, -kDay}) {
-    Timed world;
-    world.start().addHold("training", {}, {}, {});
-    world.laptop.advance(12);
-    world.lid(true);
-    world.laptop.advance(300);
-    world.laptop.stepClock(step);
-    world.laptop.advance(300);
-    world.lid(false);
-    ASSERT_EQ(world.engine().stats->sessions.size(), 1u) << step;
-    EXPECT_NEAR(world.engine().stats->sessions[0].closedMinutes, 10, 0.2) << step;
-    EXPECT_LT(std::abs(world.engine().stats->sessions[0].whSaved), 1) << step;
-  }
+TEST_P(ClockStep, ASleepThatDoesNotComeIsAskedForAtIntervals) {
+  refuse({"pmset sleepnow"});
+  start().addHold("training", {}, {}, {});
+  laptop.advance(12);
+  lid(true);
+  laptop.advance(12);
+  laptop.forgetCommands();
+  engine().releaseHold(std::nullopt);
+  laptop.stepClock(step);
+  laptop.advance(30);
+  EXPECT_EQ(sleepsAsked(), 1u);
+  laptop.advance(200);
+  EXPECT_EQ(sleepsAsked(), 4u);
+  laptop.advance(600);
+  EXPECT_EQ(sleepsAsked(), 4u);
 }
 
-TEST(ClockStep, AnAdoptedSessionIsDroppedInTime) {
-  for (const double step : kSteps) {
-    Timed world;
-    world.state.touch(world.state.path("hold"));
-    world.laptop.setSwitches([](LaptopSwitches& switches) { switches.sleepDisabled = true; });
-    world.start();
-    world.laptop.stepClock(step);
-    EXPECT_NEAR(world.staysAwake(), 30, 15) << step;
-  }
-}
-
-TEST(ClockStep, ASleepThatDoesNotComeIsAskedForAtIntervals) {
-  for (const double step : kSteps) {
-    Timed world;
-    world.refuse({"pmset sleepnow"});
-    world.start().addHold("training", {}, {}, {});
-    world.laptop.advance(12);
-    world.lid(true);
-    world.laptop.advance(12);
-    world.laptop.forgetCommands();
-    world.engine().releaseHold(std::nullopt);
-    world.laptop.stepClock(step);
-    world.laptop.advance(30);
-    EXPECT_EQ(world.laptop.commandCount("/usr/bin/sudo -n /usr/bin/pmset sleepnow"), 1u) << step;
-    world.laptop.advance(200);
-    EXPECT_EQ(world.laptop.commandCount("/usr/bin/sudo -n /usr/bin/pmset sleepnow"), 4u) << step;
-  }
-}
-
-TEST(ClockStep, ABeatOfTheFutureIsNoSignOfLife) {
-  Timed world;
-  world.start();
-  world.laptop.advance(10);
-  EXPECT_TRUE(Heartbeat::appIsAlive(world.laptop.machine(), world.state));
-  world.laptop.stepClock(-kDay);
-  EXPECT_FALSE(Heartbeat::appIsAlive(world.laptop.machine(), world.state)) << "it may be stopped";
-  world.laptop.advance(3);
-  EXPECT_TRUE(Heartbeat::appIsAlive(world.laptop.machine(), world.state));
+TEST_P(ClockStep, ABeatOfTheFutureIsNoSignOfLife) {
+  start();
+  laptop.advance(10);
+  EXPECT_TRUE(Heartbeat::appIsAlive(laptop.machine(), state));
+  laptop.stepClock(-kDay);
+  EXPECT_FALSE(Heartbeat::appIsAlive(laptop.machine(), state)) << "it may be stopped";
+  laptop.advance(3);
+  EXPECT_TRUE(Heartbeat::appIsAlive(laptop.machine(), state));
 }
 
 }  // namespace

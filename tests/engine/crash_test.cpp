@@ -56,8 +56,7 @@ struct Session : Desk {
   void bury() {
     owned.reset();
     laptop.restart();
-    laptop.processes().exit(notesHelper);
-    laptop.processes().add({.pid = notesHelper, .parent = 1, .path = "/usr/bin/innocent"});
+    reuse(notesHelper);
     reused = notesHelper;
     laptop.processes().forgetEffects();
   }

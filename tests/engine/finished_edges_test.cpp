@@ -44,26 +44,10 @@ TEST(FinishedEdges, AHoldThatBeginsWithTheLidStillShutOpensAnAccountOfItsOwn) {
   desk.engine().releaseHold(std::nullopt);
   desk.laptop.advance(10);
   desk.engine().addHold("second", {}, {}, {});
-  ASSERT_EQ(desk.engine().stats->sessions.size(), 1u);
-  EXPECT_NEAR(desk.engine().stats->sessions[0].closedMinutes, 5, 0.1);
+  EXPECT_NEAR(desk.engine().stats->sessions.at(0).closedMinutes, 5, 0.1);
   desk.laptop.advance(120);
   desk.lid(false);
-  ASSERT_EQ(desk.engine().stats->sessions.size(), 2u);
-  EXPECT_NEAR(desk.engine().stats->sessions[1].closedMinutes, 2, 0.1);
-}
-
-TEST(FinishedEdges, WithoutABatteryNoEnergyWasAvoided) {
-  Desk desk(R"({"mode": "off"})");
-  desk.laptop.edit([](LaptopReport& report) { report.battery.reset(); });
-  desk.start().addHold("work", {}, {}, {});
-  desk.lid(true);
-  desk.laptop.advance(300);
-  desk.engine().releaseHold(std::nullopt);
-  desk.laptop.passAsleep(Seconds{3600});
-  desk.lid(false);
-  ASSERT_EQ(desk.engine().stats->sessions.size(), 1u);
-  EXPECT_EQ(desk.engine().stats->sessions[0].whAvoided, 0);
-  EXPECT_NEAR(desk.engine().stats->sessions[0].sleptMinutes, 60, 1);
+  EXPECT_NEAR(desk.engine().stats->sessions.at(1).closedMinutes, 2, 0.1);
 }
 
 TEST(FinishedEdges, AClockThatWasSetMovesARequestOnlyOnce) {
@@ -74,8 +58,7 @@ TEST(FinishedEdges, AClockThatWasSetMovesARequestOnlyOnce) {
     const Hold hold = world.engine().addHold("download", 30.0, {}, {});
     EXPECT_EQ(world.engine().holds->back().until, world.laptop.now() + 1800);
     world.laptop.advance(4);
-    EXPECT_FALSE(world.engine().holds->empty()) << step;
-    world.engine().releaseHold(hold.id);
+    EXPECT_EQ(world.engine().releaseHold(hold.id), 1) << step;
   }
 }
 

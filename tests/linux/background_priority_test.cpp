@@ -41,14 +41,14 @@ class Threads : public ::testing::Test {
     ask_ = more[1];
     hear_ = ends[0];
     child = std::make_unique<Child>([&] {
-      const auto tell = [&] {
+      const auto tell = [out = ends[1]] {
         const Pid own = threadId();
-        [[maybe_unused]] const auto told = ::write(ends[1], &own, sizeof own);
+        [[maybe_unused]] const auto told = ::write(out, &own, sizeof own);
       };
       tell();
       const auto thread = [&](auto prepare) {
         std::promise<void> told;
-        std::thread([&tell, &told, prepare] {
+        std::thread([tell, &told, prepare] {
           prepare();
           tell();
           told.set_value();
@@ -63,14 +63,17 @@ class Threads : public ::testing::Test {
         first.applyTo(0);
       });
       thread([] { ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, 1)); });
-      // A new thread on demand, started by the first one.
-      std::thread([&, ask = more[0]] {
-        char one = 0;
-        while (::read(ask, &one, 1) == 1)
-          std::thread([&] {
-            tell();
-            while (true) ::pause();
-          }).detach();
+      // A new thread or child on demand, started by the first thread.
+      std::thread([tell, ask = more[0]] {
+        const auto live = [tell] {
+          tell();
+          while (true) ::pause();
+        };
+        char what = 0;
+        while (::read(ask, &what, 1) == 1) {
+          if (what == 't') std::thread(live).detach();
+          if (what == 'c' && ::fork() == 0) live();
+        }
       }).detach();
     });
     main_ = hear();
@@ -91,8 +94,8 @@ class Threads : public ::testing::Test {
     EXPECT_EQ(::read(hear_, &thread, sizeof thread), static_cast<ssize_t>(sizeof thread));
     return thread;
   }
-  Pid anotherThread() {
-    EXPECT_EQ(::write(ask_, "x", 1), 1);
+  Pid another(char what) {
+    EXPECT_EQ(::write(ask_, &what, 1), 1);
     return hear();
   }
   std::string allowed(Pid thread) { return allowedList(child->pid(), thread); }
@@ -105,40 +108,6 @@ class Threads : public ::testing::Test {
   Microseconds start = 0;
   int ask_ = -1, hear_ = -1;
 };
-
-// Children inherit their parent's processors, and nobody has written them down.
-TEST(InheritedPriority, ChildrenOfASlowedProcessAreFreedToo) {
-  if (fullCpuSet().count() < 2) GTEST_SKIP() << "one processor: nothing to confine to";
-  int ask[2], hear[2];
-  ASSERT_EQ(::pipe2(ask, O_CLOEXEC) + ::pipe2(hear, O_CLOEXEC), 0);
-  const Child parent([&] {
-    std::thread([&] {
-      char one = 0;
-      if (::read(ask[0], &one, 1) != 1) return;
-      const Pid child = ::fork();
-      if (child == 0) {
-        while (true) ::pause();
-      }
-      [[maybe_unused]] const auto told = ::write(hear[1], &child, sizeof child);
-    }).detach();
-  });
-  TemporaryFolder state;
-  BootAnchor anchor{state.path()};
-  LinuxProcesses processes{"/proc", anchor};
-  const std::string everywhere = allowedList(parent.pid(), parent.pid());
-  const Microseconds start = processes.startTime(parent.pid()).value();
-  ASSERT_TRUE(processes.setBackgroundPriority(parent.pid(), start));
-  ASSERT_EQ(::write(ask[1], "x", 1), 1);
-  Pid child = 0;
-  ASSERT_EQ(::read(hear[0], &child, sizeof child), static_cast<ssize_t>(sizeof child));
-  EXPECT_NE(allowedList(child, child), everywhere);
-  EXPECT_TRUE(processes.setNormalPriority(parent.pid(), start));
-  EXPECT_NE(allowedList(child, child), everywhere) << "then nothing more would be needed";
-  processes.restoreInheritedPriority({});
-  EXPECT_EQ(allowedList(child, child), everywhere);
-  EXPECT_NE(ioClass(child), IOPRIO_CLASS_IDLE);
-  ::kill(child, SIGKILL);
-}
 
 TEST_F(Threads, EveryThreadIsConfinedAndWidenedAgainAndNobodysOwnChoiceIsLost) {
   const std::string everywhere = allowed(main_);
@@ -154,9 +123,12 @@ TEST_F(Threads, EveryThreadIsConfinedAndWidenedAgainAndNobodysOwnChoiceIsLost) {
   EXPECT_NE(ioClass(pinned_), IOPRIO_CLASS_IDLE);
   EXPECT_EQ(ioClass(io_), IOPRIO_CLASS_BE) << "a thread that had chosen its I/O level lost it";
 
-  ASSERT_TRUE(processes.setBackgroundPriority(child->pid(), start)) << "a second time is no failure";
-  const Pid born = anotherThread();
+  const Pid born = another('t');
   EXPECT_EQ(allowed(born), slow);
+  CpuSet::every().applyTo(born);
+  ASSERT_NE(allowed(born), slow);
+  ASSERT_TRUE(processes.setBackgroundPriority(child->pid(), start)) << "a second time is no failure";
+  EXPECT_EQ(allowed(born), slow) << "one that became wide since";
 
   ASSERT_TRUE(processes.setNormalPriority(child->pid(), start));
   for (const Pid thread : {main_, plain_, io_, born}) {
@@ -169,14 +141,17 @@ TEST_F(Threads, EveryThreadIsConfinedAndWidenedAgainAndNobodysOwnChoiceIsLost) {
   }
 }
 
-TEST_F(Threads, AThreadBornWideAfterwardsIsConfinedTheNextTime) {
+// Children inherit their parent's processors, and nobody has written them down.
+TEST_F(Threads, ChildrenOfASlowedProcessAreFreedToo) {
+  const std::string everywhere = allowed(main_);
   ASSERT_TRUE(processes.setBackgroundPriority(child->pid(), start));
-  const std::string slow = allowed(main_);
-  const Pid born = anotherThread();
-  CpuSet::every().applyTo(born);
-  ASSERT_NE(allowed(born), slow);
-  ASSERT_TRUE(processes.setBackgroundPriority(child->pid(), start));
-  EXPECT_EQ(allowed(born), slow);
+  const Pid inherits = another('c');
+  EXPECT_TRUE(processes.setNormalPriority(child->pid(), start));
+  EXPECT_NE(allowedList(inherits, inherits), everywhere) << "then nothing more would be needed";
+  processes.restoreInheritedPriority({});
+  EXPECT_EQ(allowedList(inherits, inherits), everywhere);
+  EXPECT_NE(ioClass(inherits), IOPRIO_CLASS_IDLE);
+  ::kill(inherits, SIGKILL);
 }
 
 TEST_F(Threads, AnotherProcessByTheSameNumberIsLeftAlone) {

@@ -27,27 +27,17 @@ TEST_F(RealCommands, CodesAndOutput) {
   };
   for (const Case& c : {
            Case{"echo out; echo err >&2; exit 3", 3, "out\nerr\n"}, Case{"true", 0, ""},
-           Case{"kill -TERM $$", 128 + SIGTERM, ""}, Case{"kill -KILL $$", 128 + SIGKILL, ""},
-           Case{"printf 'a\\377b'", 0, ""},   // no UTF-8
-           Case{"cat; echo end", 0, "end\n"}  // nothing to read
+           Case{"kill -KILL $$", 128 + SIGKILL, ""}, Case{"printf 'a\\377b'", 0, ""},  // no UTF-8
+           Case{"cat; echo end", 0, "end\n"}                                           // nothing to read
        }) {
     const CommandResult result = sh(c.text);
     EXPECT_EQ(result.code, c.code) << c.text;
     EXPECT_EQ(result.out, c.out) << c.text;
   }
-  EXPECT_EQ(sh("head -c 300000 /dev/zero | tr '\\0' x").out.size(), 300'000u);
-}
-
-TEST_F(RealCommands, WhatCannotStartSaysWhy) {
   const CommandResult missing = commands.run(folder / "missing", {});
   EXPECT_EQ(missing.code, -1);
   EXPECT_EQ(missing.out, "No such file or directory");
-  put(folder / "text", "no program");
-  const CommandResult denied = commands.run(folder / "text", {});
-  EXPECT_EQ(denied.code, -1);
-  EXPECT_EQ(denied.out, "Permission denied");
-  EXPECT_EQ(commands.start(folder / "missing", {}), std::nullopt);
-  commands.spawn(folder / "missing", {});
+  EXPECT_EQ(sh("head -c 300000 /dev/zero | tr '\\0' x").out.size(), 300'000u);
 }
 
 TEST_F(RealCommands, ArgumentsAreNotSeenByAShell) {
@@ -97,23 +87,6 @@ TEST_F(RealCommands, ASpawnedProgramRunsOnWithoutUsAndLeavesNoZombie) {
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
 }
 
-TEST_F(RealCommands, AStartedProgramSharesOurGroupAndIsWaitedFor) {
-  struct Case {
-    const char* text;
-    int code;
-  };
-  for (const Case& c : {Case{"exit 0", 0}, Case{"exit 7", 7}, Case{"kill -INT $$", 128 + SIGINT}}) {
-    const auto child = commands.start("/bin/sh", {"-c", c.text});
-    ASSERT_TRUE(child);
-    EXPECT_EQ(commands.wait(*child), c.code) << c.text;
-  }
-  const auto child = commands.start("/bin/sleep", {"1000"});
-  EXPECT_EQ(::getpgid(*child), ::getpgrp());
-  ::kill(*child, SIGKILL);
-  EXPECT_EQ(commands.wait(*child), 128 + SIGKILL);
-  EXPECT_EQ(commands.wait(*child), -1) << "twice";
-}
-
 TEST_F(RealCommands, OpeningStartsTheApplicationAndNothingElse) {
   const std::string mark = folder / "mark";
   const std::string app =
@@ -124,7 +97,6 @@ TEST_F(RealCommands, OpeningStartsTheApplicationAndNothingElse) {
   const CommandResult opened = own.run("/usr/bin/open", {"-g", "-b", "com.norvane.Tovi"});
   ::close(leak);
   EXPECT_EQ(opened.code, 0);
-  EXPECT_EQ(opened.out, "");
   ASSERT_TRUE(eventually([&] { return std::filesystem::exists(mark); }));
   std::istringstream told(contents(mark));
   std::string arguments, folderItRunsIn;
@@ -140,9 +112,6 @@ TEST_F(RealCommands, OpeningStartsTheApplicationAndNothingElse) {
     EXPECT_EQ(refused.code, -1);
     EXPECT_EQ(refused.out, "no such tool here");
   }
-  const CommandResult missing = commands.run("/usr/bin/open", {"-g", "-b", "com.norvane.Tovi"});
-  EXPECT_EQ(missing.code, -1);
-  EXPECT_EQ(missing.out, "No such file or directory");
 }
 
 TEST_F(RealCommands, ElevationSpeaksPkexecsCodes) {
@@ -155,8 +124,7 @@ TEST_F(RealCommands, ElevationSpeaksPkexecsCodes) {
   for (const Case& c : {Case{"[ \"$1 $2\" = '/bin/sh -c' ] && exec \"$@\"", Outcome::done, ""},
                         Case{"exit 126", Outcome::cancelled, ""},
                         Case{"echo Not authorized >&2; exit 127", Outcome::failed, "Not authorized"},
-                        Case{"printf 'visudo: bad\\n\\n'; exit 1", Outcome::failed, "visudo: bad"},
-                        Case{"exit 2", Outcome::failed, ""}}) {
+                        Case{"printf 'visudo: bad\\n\\n'; exit 1", Outcome::failed, "visudo: bad"}}) {
     LinuxCommands elevated{"", script("pkexec", c.script)};
     const ElevationResult result = elevated.runElevated("echo 'one line' > " + (folder / "proof"), "Why?");
     EXPECT_EQ(result.outcome, c.outcome) << c.script;

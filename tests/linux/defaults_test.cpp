@@ -1,7 +1,5 @@
 #include "platform/linux/JsonDefaults.h"
 
-#include <sys/stat.h>
-
 #include "linux/Helpers.h"
 #include "platform/linux/LinuxFiles.h"
 
@@ -34,28 +32,17 @@ TEST_F(RealDefaults, ValuesSurviveAndEveryProcessSeesTheLatest) {
   EXPECT_EQ(defaults.number("openDraw"), 7.0) << "a change of another process wasn't seen";
   defaults.set("closedDraw", 2.0);
   EXPECT_EQ(other.number("openDraw"), 7.0) << "a stale copy was written back";
-  EXPECT_EQ(other.flag("launchedBefore"), true);
-}
-
-TEST_F(RealDefaults, AValueThatStandsAlreadyIsNotWrittenAgain) {
-  defaults.set("openDraw", 1.0);
   const auto before = files.status(path)->inode;
-  defaults.set("openDraw", 1.0);
-  EXPECT_EQ(files.status(path)->inode, before);
-  defaults.set("openDraw", true);
-  EXPECT_NE(files.status(path)->inode, before) << "another type is another value";
+  defaults.set("closedDraw", 2.0);
+  EXPECT_EQ(files.status(path)->inode, before) << "what stands already is not written again";
 }
 
 TEST_F(RealDefaults, AValueOfAnotherTypeIsAbsentAndUnknownKeysAreKept) {
   put(path, R"({"n": 1, "b": true, "o": {"x": 1, "y": "z"}, "a": ["s", 2], "t": "text", "later": {"deep": [1]}})");
   EXPECT_EQ(defaults.number("b"), std::nullopt);
-  EXPECT_EQ(defaults.number("t"), std::nullopt);
   EXPECT_EQ(defaults.flag("n"), std::nullopt);
   EXPECT_EQ(defaults.numbers("o"), std::nullopt);
-  EXPECT_EQ(defaults.numbers("a"), std::nullopt);
   EXPECT_EQ(defaults.strings("a"), std::nullopt);
-  EXPECT_EQ(defaults.strings("t"), std::nullopt);
-  EXPECT_EQ(defaults.number("n"), 1.0);
   defaults.set("n", 2.0);
   EXPECT_NE(contents(path).find("\"deep\""), std::string::npos);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(std::filesystem::path(path).parent_path()), {}), 1);
@@ -78,18 +65,12 @@ TEST_F(RealDefaults, WhatCannotBeWrittenOrReadBreaksNothing) {
   defaults.set("n", 1.0);
   EXPECT_EQ(defaults.number("n"), std::nullopt);
   std::filesystem::remove(home / "Library");
-  std::filesystem::create_directories(path);  // there, but no file
-  defaults.set("n", 1.0);
-  EXPECT_TRUE(std::filesystem::is_directory(path));
-  std::filesystem::remove(path);
-  put(path, "{}");
+  defaults.set("k\xff", 1.0);
+  defaults.set("n", 2.0);
+  EXPECT_EQ(defaults.number("n"), 2.0) << "a name that JSON can't hold";
   std::filesystem::resize_file(path, std::uintmax_t{65} << 20);  // more than is ever read
   defaults.set("n", 1.0);
   EXPECT_EQ(std::filesystem::file_size(path), std::uintmax_t{65} << 20) << "what could not be read was thrown away";
-  std::filesystem::remove(path);
-  defaults.set(std::string("k\xff"), 1.0);
-  defaults.set("n", 2.0);
-  EXPECT_EQ(defaults.number("n"), 2.0);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "linux/Helpers.h"
 
@@ -24,8 +25,6 @@ TEST_F(RealFiles, WritingReplacesTheContentOfAnExistingFileOnly) {
   EXPECT_EQ(files.read(path), long_);
   ASSERT_TRUE(files.write(path, "short", Files::Sync::no));
   EXPECT_EQ(files.read(path), "short");
-  ASSERT_TRUE(files.create(path, {}));
-  EXPECT_EQ(files.read(path), "");
 }
 
 TEST_F(RealFiles, AModeIsExactWhateverTheMaskAndNeverWiderBefore) {
@@ -33,22 +32,22 @@ TEST_F(RealFiles, AModeIsExactWhateverTheMaskAndNeverWiderBefore) {
   EXPECT_TRUE(files.create(folder / "script", 0755));
   EXPECT_TRUE(files.create(folder / "plain", {}));
   ::umask(0);
-  EXPECT_TRUE(files.create(folder / "secret", 0600));
   EXPECT_TRUE(files.create(folder / "default", {}));
   put(folder / "wide", "old");
   EXPECT_TRUE(files.create(folder / "wide", 0600));
+  put(folder / "target", "somebody's");
+  ASSERT_EQ(::symlink((folder / "target").c_str(), (folder / "link").c_str()), 0);
+  EXPECT_TRUE(files.create(folder / "link", 0600));
   ::umask(before);
+  EXPECT_EQ(files.read(folder / "target"), "somebody's");
+  EXPECT_EQ(files.linkStatus(folder / "link")->kind, FileStatus::Kind::file);
   EXPECT_EQ(files.status(folder / "script")->mode, 0755u);
   EXPECT_EQ(files.status(folder / "plain")->mode, 0600u);
-  EXPECT_EQ(files.status(folder / "secret")->mode, 0600u);
   EXPECT_EQ(files.status(folder / "default")->mode, 0644u);
   EXPECT_EQ(files.status(folder / "wide")->mode, 0600u);
-  EXPECT_TRUE(files.setMode(folder / "wide", 0640));
-  EXPECT_EQ(files.status(folder / "wide")->mode, 0640u);
 }
 
 TEST_F(RealFiles, OnlyRegularFilesAreRead) {
-  EXPECT_EQ(files.read(folder / "missing"), std::nullopt);
   EXPECT_EQ(files.read(folder.path()), std::nullopt);
   ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
   EXPECT_EQ(files.read(folder / "pipe"), std::nullopt);  // and doesn't wait for a writer
@@ -84,31 +83,22 @@ TEST_F(RealFiles, StatusFollowsLinksAndDatesKeepTheirFraction) {
   EXPECT_EQ(status.kind, FileStatus::Kind::file);
   EXPECT_EQ(status.size, 5u);
   EXPECT_NEAR(unixSeconds(status.modified), 1'000'000.25, 1e-6);
-  ASSERT_TRUE(files.setModified(folder / "a", dateFromUnix(-1.5)));
-  EXPECT_NEAR(unixSeconds(files.status(folder / "a")->modified), -1.5, 1e-6);
-  EXPECT_EQ(files.status(folder.path())->kind, FileStatus::Kind::folder);
-  EXPECT_EQ(files.status("/dev/null")->kind, FileStatus::Kind::other);
   EXPECT_EQ(files.status(folder / "dangling"), std::nullopt);
   EXPECT_EQ(files.resolve(folder / "link"), std::filesystem::canonical(folder / "a").string());
   EXPECT_EQ(files.resolve(folder / "dangling"), std::nullopt);
 }
 
 TEST_F(RealFiles, FoldersAreMadeListedAndRemoved) {
-  EXPECT_TRUE(files.makeFolders(folder / "a/b/c"));
-  EXPECT_TRUE(files.makeFolders(folder / "a/b/c/"));
+  EXPECT_TRUE(files.makeFolders(folder / "a/b/c") && files.makeFolders(folder / "a/b/c/"));
+  EXPECT_EQ(files.status(folder / "a/b/c")->kind, FileStatus::Kind::folder);
   put(folder / "a/file", "");
-  EXPECT_FALSE(files.makeFolders(folder / "a/file/d"));
-  EXPECT_FALSE(files.makeFolders(folder / "a/file"));
-  auto names = files.list(folder / "a").value();
-  std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<std::string>{"b", "file"}));
+  EXPECT_FALSE(files.makeFolders(folder / "a/file/d") || files.makeFolders(folder / "a/file"));
+  EXPECT_EQ(files.list(folder / "a")->size(), 2u);
   EXPECT_EQ(files.list(folder / "missing"), std::nullopt);
   EXPECT_TRUE(files.syncFolder(folder / "a"));
-  EXPECT_FALSE(files.syncFolder(folder / "a/file"));
   EXPECT_FALSE(files.remove(folder / "a")) << "a folder with something in it";
   EXPECT_TRUE(files.remove(folder / "a/file"));
-  EXPECT_FALSE(files.remove(folder / "a/file"));
-  EXPECT_FALSE(files.rename(folder / "a/file", folder / "x"));
+  EXPECT_FALSE(files.remove(folder / "a/file") || files.rename(folder / "a/file", folder / "x"));
 }
 
 TEST_F(RealFiles, ALockIsHeldByOneUntilItGoes) {
@@ -116,25 +106,17 @@ TEST_F(RealFiles, ALockIsHeldByOneUntilItGoes) {
   ASSERT_NE(lock, nullptr);
   EXPECT_EQ(files.status(folder / "app.lock")->mode, 0600u);
   EXPECT_EQ(files.tryLock(folder / "app.lock"), nullptr);
-  lock.reset();
-  {
-    Child child{[&] {
-      static auto held = files.tryLock(folder / "app.lock").release();
-      (void)held;
-    }};
-    EXPECT_EQ(files.tryLock(folder / "app.lock"), nullptr) << "two processes hold it";
-    child.end();
-  }
+  const Child executes{[] { ::execl("/bin/sleep", "sleep", "1000", nullptr); }};
+  ASSERT_TRUE(eventually([&] { return contents("/proc/" + std::to_string(executes.pid()) + "/comm") == "sleep\n"; }));
+  lock.reset();  // a program that was started meanwhile doesn't hold it either
+  Child child{[&] {
+    static auto held = files.tryLock(folder / "app.lock").release();
+    (void)held;
+  }};
+  EXPECT_EQ(files.tryLock(folder / "app.lock"), nullptr) << "two processes hold it";
+  child.end();
   EXPECT_NE(files.tryLock(folder / "app.lock"), nullptr) << "the lock outlives its process";
   EXPECT_EQ(files.tryLock(folder / "missing/app.lock"), nullptr);
-}
-
-TEST_F(RealFiles, ALockDoesNotReachChildren) {
-  auto lock = files.tryLock(folder / "app.lock");
-  const Child child{[] { ::execl("/bin/sleep", "sleep", "1000", nullptr); }};
-  ASSERT_TRUE(eventually([&] { return contents("/proc/" + std::to_string(child.pid()) + "/comm") == "sleep\n"; }));
-  lock.reset();
-  EXPECT_NE(files.tryLock(folder / "app.lock"), nullptr);
 }
 
 }  // namespace

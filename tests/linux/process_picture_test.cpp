@@ -15,25 +15,21 @@ class FakeProc : public ::testing::Test {
 
   void forks(int count) { put(root / "stat", "cpu 1\nbtime 1000\nprocesses " + std::to_string(count) + "\n"); }
 
-  void process(Pid pid, Pid parent, double age, const std::string& path, bool kernelThread = false) {
+  void process(Pid pid, Pid parent, double age, const std::string& path) {
     const double ticks = (static_cast<double>(anchor.now() - anchor.microseconds()) / 1e6 - age) * 100;
     start_[pid] = ticks > 0 ? static_cast<std::uint64_t>(ticks) : 0;
-    state(pid, parent, kernelThread);
+    state(pid, parent);
     exec(pid, path);
   }
-  void state(Pid pid, Pid parent, bool kernelThread = false) {
-    put(folder(pid) + "/stat", std::to_string(pid) + " (a) b) S " + std::to_string(parent) + " 1 1 0 -1 " +
-                                   (kernelThread ? "2129984" : "0") + " 0 0 0 0 5 6 0 0 20 0 1 0 " +
-                                   std::to_string(start_[pid]) + " 0 0\n");
+  void state(Pid pid, Pid parent) {
+    put(folder(pid) + "/stat", std::to_string(pid) + " (a) b) S " + std::to_string(parent) +
+                                   " 1 1 0 -1 0 0 0 0 0 5 6 0 0 20 0 1 0 " + std::to_string(start_[pid]) + " 0 0\n");
   }
   void exec(Pid pid, const std::string& path) {
     std::filesystem::remove(folder(pid) + "/exe");
-    if (!path.empty()) std::filesystem::create_symlink(path, folder(pid) + "/exe");
+    std::filesystem::create_symlink(path, folder(pid) + "/exe");
   }
-  void vanish(Pid pid) { std::filesystem::remove_all(folder(pid)); }
   std::string folder(Pid pid) { return root / std::to_string(pid); }
-
-  std::string pathOf(Pid pid) { return picture.bringUpToDate().find(pid)->path.value_or("none"); }
 
   // How many pictures it takes until the condition holds, 100 if it never does.
   int picturesUntil(const std::function<bool(const ProcessTable&)>& condition) {
@@ -56,19 +52,21 @@ TEST_F(FakeProc, FactsAreReadAndAnEntryKeepsItsGeneration) {
   process(1, 0, kOld, "/sbin/init");
   process(50, 1, 5, "/usr/bin/tool (deleted)");
   process(7, 1, 5, "/bin/\xff");
-  std::filesystem::create_directories(root / "self");
+  process(60, 1, 5, "/bin/secret");
+  std::filesystem::remove(folder(60) + "/exe");  // as another person's is
   std::filesystem::create_directories(root / "12x");
+  std::filesystem::create_directories(folder(31));  // listed, but gone before it was read
   const auto first = picture.bringUpToDate().entries();
-  ASSERT_EQ(first.size(), 3u);
+  ASSERT_EQ(first.size(), 4u);
   EXPECT_EQ(first[0].pid, 1);
   EXPECT_EQ(first[1].path, "/bin/\xEF\xBF\xBD");
   EXPECT_EQ(first[2].path, "/usr/bin/tool");
   EXPECT_EQ(first[2].parent, 1);
+  EXPECT_EQ(first[3].path, std::nullopt);
   EXPECT_EQ(first[2].start, anchor.fromTicks(start_[50]));
   for (int i = 0; i < 40; ++i) {
     const auto again = picture.bringUpToDate().entries();
-    ASSERT_EQ(again.size(), 3u);
-    for (std::size_t k = 0; k < 3; ++k) EXPECT_EQ(again[k].generation, first[k].generation);
+    for (std::size_t k = 0; k < 4; ++k) EXPECT_EQ(again.at(k).generation, first[k].generation);
   }
 }
 
@@ -88,7 +86,7 @@ TEST_F(FakeProc, AYoungProcessThatExecsIsSeenAtOnceAndAnOldOneByTurns) {
     state(21, 77);  // a new parent though the old one is still listed, as when that one is a zombie
     EXPECT_LE(picturesUntil([](const ProcessTable& table) { return table.find(21)->parent == 77; }), 64);
   }
-  EXPECT_EQ(pathOf(20), "/bin/new");
+  EXPECT_EQ(picture.bringUpToDate().find(20)->path, "/bin/new");
   EXPECT_NE(picture.bringUpToDate().find(20)->generation, before[0].generation);
 }
 
@@ -97,7 +95,7 @@ TEST_F(FakeProc, AnOrphanGetsItsNewParentInTheNextPicture) {
   for (Pid pid = 100; pid < 132; ++pid) process(pid, 99, kOld, "/bin/child");  // every turn among them
   process(99, 1, kOld, "/bin/parent");
   picture.bringUpToDate();
-  vanish(99);
+  std::filesystem::remove_all(folder(99));
   for (Pid pid = 100; pid < 132; ++pid) state(pid, 1);
   const ProcessTable& table = picture.bringUpToDate();
   EXPECT_EQ(table.find(99), nullptr);
@@ -124,25 +122,6 @@ TEST_F(FakeProc, APidThatMayHaveBeenGivenAwayIsReadAfresh) {
   for (std::size_t i = 0; i < last.size(); ++i) {
     EXPECT_EQ(last[i].generation != after[i].generation, last[i].pid < 116) << last[i].pid;
   }
-}
-
-TEST_F(FakeProc, AProcessThatGoesWhileItIsReadIsLeftOut) {
-  process(30, 1, 5, "/bin/a");
-  std::filesystem::create_directories(folder(31));  // listed, but nothing left to read
-  const ProcessTable& table = picture.bringUpToDate();
-  EXPECT_NE(table.find(30), nullptr);
-  EXPECT_EQ(table.find(31), nullptr);
-}
-
-TEST_F(FakeProc, KernelThreadsStayInTheTableWithoutAPath) {
-  process(3, 2, 5, "", true);
-  process(4, 2, 5, "");  // no program to be read, but no kernel thread
-  picture.bringUpToDate();
-  exec(3, "/never/looked/at");
-  exec(4, "/bin/late");
-  const ProcessTable& table = picture.bringUpToDate();
-  EXPECT_EQ(table.find(3)->path, std::nullopt);
-  EXPECT_EQ(table.find(4)->path, "/bin/late");
 }
 
 }  // namespace

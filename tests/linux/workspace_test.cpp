@@ -35,24 +35,15 @@ TEST_F(RealWorkspace, ABundlesFactsComeFromItsPropertyList) {
     EXPECT_EQ(facts.name, "Box");
     EXPECT_EQ(facts.identifier, "org.box");
   }
-  EXPECT_EQ(workspace.displayName(path), "Music & Box");
   EXPECT_EQ(workspace.pathForBundleIdentifier("org.box"), path);
   EXPECT_EQ(workspace.pathForBundleIdentifier("wrong"), std::nullopt);
-}
-
-TEST_F(RealWorkspace, WrongTypesAreAbsentAndWhatIsNoBundleIsNone) {
-  const auto odd = workspace
-                       .bundle(app("Odd.app", plist("<key>CFBundleName</key><integer>4</integer>"
-                                                    "<key>CFBundleIdentifier</key>")))
-                       .value();
-  EXPECT_EQ(odd.name, std::nullopt);
-  EXPECT_EQ(odd.identifier, std::nullopt);
-  EXPECT_EQ(workspace.displayName(folder / "Odd.app"), "Odd.app");
-  for (const std::string text : {"", "bplist00\xd1\x01", "<plist><array/></plist>", "<plist><dict>"}) {
-    EXPECT_FALSE(workspace.bundle(app("Broken.app", text))) << text;
+  for (const char* broken : {"", "bplist00\xd1\x01", "<plist><array/></plist>", "<plist><dict>"}) {
+    EXPECT_FALSE(workspace.bundle(app("Broken.app", broken))) << broken;
   }
-  EXPECT_FALSE(workspace.bundle(folder / "Missing.app"));
   EXPECT_FALSE(workspace.bundle(app("Folder", plist("")))) << "a folder that isn't called an application";
+  const std::string odd = app("Odd.app", plist("<key>CFBundleName</key><integer>4</integer>"));
+  EXPECT_EQ(workspace.bundle(odd)->name, std::nullopt);
+  EXPECT_EQ(workspace.displayName(odd), "Odd.app");
   EXPECT_EQ(workspace.displayName("/usr/bin/tool"), "tool");
 }
 

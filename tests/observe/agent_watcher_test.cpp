@@ -56,18 +56,10 @@ class AgentWatcherTest : public ::testing::Test {
     return ids;
   }
 
-  void ask(Pid pid, const std::string& name, std::optional<double> secondsAgo,
-           const std::string& holder = "caffeinate") {
-    AssertionRecord record;
-    record.pid = pid;
-    record.processName = holder;
-    record.type = "PreventUserIdleSystemSleep";
-    record.name = name;
+  void ask(Pid pid, const std::string& name, std::optional<double> secondsAgo) {
+    AssertionRecord record{pid, "caffeinate", {}, "PreventUserIdleSystemSleep", name, {}, {}, {}};
     if (secondsAgo) record.startedAt = laptop.now() + -*secondsAgo;
     laptop.edit([&](LaptopReport& report) { report.assertions.push_back(record); });
-  }
-  void dropRequests() {
-    laptop.edit([](LaptopReport& report) { report.assertions.clear(); });
   }
 };
 
@@ -81,14 +73,11 @@ TEST_F(AgentWatcherTest, TakesTheWrongProcessForAnAgentOrMissesOne) {
       {"/usr/local/bin/claude", {}, "claude-code"},
       {"/Applications/Claude.app/Contents/MacOS/Claude", {}, ""},
       {"/opt/claude/bin/claude-helper", {}, ""},
-      {"/usr/bin/aider", {}, "aider"},
-      {"/usr/bin/ollama", {"ollama", "serve"}, "ollama"},
       {"/usr/bin/copilot", {}, ""},
       {"/usr/bin/node", {"node", "/lib/node_modules/@openai/codex/bin/codex.js"}, "codex"},
       {"/usr/bin/node", {"node", "--a", "/x/@github/copilot/index.js"}, "copilot"},
       {"/usr/bin/node", {"node", "--a", "--b", "/lib/@openai/codex/cli.js"}, ""},
       {"/usr/bin/node", {"node", "/home/anna/@sourcegraph/amp/x", "@anthropic-ai/claude-code"}, "claude-code"},
-      {"/usr/bin/node", {"node", "server.js"}, ""},
       {"/usr/bin/node", {"node", "/x/@openai", "/codex/cli.js"}, ""},
       {"/usr/bin/node", {}, ""},
       {"/usr/bin/bun", {"bun", "/usr/bin/gemini"}, "gemini"},
@@ -126,30 +115,38 @@ TEST_F(AgentWatcherTest, CountsAnAgentsOwnChildrenAsFurtherAgents) {
   run("/usr/bin/claude", 1, 8);
   look();
   lookAfter(kUsualInterval);
-  ASSERT_NE(session("claude-code"), nullptr);
   EXPECT_EQ(session("claude-code")->instances, 2);
   EXPECT_EQ(session("claude-code")->pid, first);
   EXPECT_NEAR(watts("claude-code"), 15, 1e-6);  // both trees, the Codex in it included
   EXPECT_NEAR(watts("codex"), 4, 1e-6);
 }
 
+TEST_F(AgentWatcherTest, LosesWhatALaterInstanceDoesToWhatTheFirstDoesNot) {
+  runningFor(1000, "/usr/bin/claude");
+  const Pid second = runningFor(1000, "/usr/bin/claude");
+  look();
+  const Pid tool = run("/usr/bin/make", second);
+  lookAfter(kUsualInterval);
+  EXPECT_TRUE(session("claude-code")->toolRunning);
+  laptop.processes().exit(tool);
+  laptop.processes().setRates(second, 1, 0);
+  lookAfter(kUsualInterval);
+  EXPECT_TRUE(active("claude-code"));
+}
+
 TEST_F(AgentWatcherTest, TakesAnIdleDrawForWorkOrWorkForIdle) {
-  struct Case {
-    double joules;  // over ten seconds
-    bool works;
-  };
-  for (const Case& one : {Case{0.2, false}, Case{0.201, true}, Case{0, false}}) {
+  for (const double joules : {0.2, 0.201}) {  // over ten seconds
     AgentWatcher fresh(laptop.machine());
     const Pid pid = run("/usr/bin/codex");
     laptop.processes().setCounters(pid, {1'000'000'000, 0});
     fresh.sample({}, true, {});
-    EXPECT_EQ(fresh.sessions().at(0).watts, 0);
     EXPECT_EQ(fresh.sessions().at(0).lastActive, kDistantPast);
     laptop.advance(kUsualInterval);
-    laptop.processes().setCounters(pid, {1'000'000'000 + static_cast<std::uint64_t>(one.joules * 1e9), 0});
+    laptop.stepClock(-3600);  // a clock that was set makes no other watts
+    laptop.processes().setCounters(pid, {1'000'000'000 + static_cast<std::uint64_t>(joules * 1e9), 0});
     fresh.sample({}, true, {});
-    EXPECT_NEAR(fresh.sessions().at(0).watts, one.joules / 10, 1e-9);
-    EXPECT_EQ(fresh.sessions().at(0).lastActive == laptop.now(), one.works) << one.joules;
+    EXPECT_NEAR(fresh.sessions().at(0).watts, joules / 10, 1e-9);
+    EXPECT_EQ(fresh.sessions().at(0).lastActive == laptop.now(), joules > 0.2) << joules;
     laptop.processes().exit(pid);
   }
 }
@@ -178,72 +175,25 @@ TEST_F(AgentWatcherTest, CountsEnergyThatWasSpentBeforeOrElsewhere) {
   processes.setCounters(elsewhere, {55'000'000'000, 0});
   lookAfter(kUsualInterval);
   EXPECT_NEAR(watts("codex"), 1, 1e-9);
-
-  look();  // no time has passed
-  EXPECT_EQ(watts("codex"), 0);
-}
-
-TEST_F(AgentWatcherTest, CountsAllThatAProcessEverUsedAfterOneFailedReading) {
-  const Pid agent = run("/usr/bin/codex");
-  laptop.processes().setCounters(agent, {1'000'000'000, 0});
-  look();
-  laptop.processes().add({.pid = agent, .path = "/usr/bin/codex", .hidesUsage = true});
-  lookAfter(kUsualInterval);
-  const Microseconds longAgo = laptop.processes().now() - 60'000'000;
-  laptop.processes().add({.pid = agent, .path = "/usr/bin/codex", .start = longAgo});
-  laptop.processes().setCounters(agent, {99'000'000'000, 0});
-  lookAfter(kUsualInterval);
-  EXPECT_EQ(watts("codex"), 0);
-}
-
-TEST_F(AgentWatcherTest, LosesWhatOneInstanceDoesToWhatAnotherDoesNot) {
-  const Pid first = runningFor(1000, "/usr/bin/claude");
-  const Pid second = runningFor(1000, "/usr/bin/claude");
-  look();
-  for (const auto& [busy, idle] : {std::pair{first, second}, std::pair{second, first}}) {
-    laptop.processes().setRates(busy, 1, 0);
-    laptop.processes().setRates(idle, 0, 0);
-    lookAfter(kUsualInterval);
-    EXPECT_TRUE(active("claude-code"));
-    const Pid tool = run("/usr/bin/make", busy);
-    lookAfter(kUsualInterval);
-    EXPECT_TRUE(session("claude-code")->toolRunning);
-    laptop.processes().exit(tool);
-  }
-}
-
-TEST_F(AgentWatcherTest, SetsTheClockAndGetsOtherWatts) {
-  run("/usr/bin/codex", 1, 2);
-  look();
-  laptop.advance(kUsualInterval);
-  laptop.stepClock(-3600);
-  run("/usr/bin/cc", watcher.sessions().at(0).pid, 1);
-  look();
-  EXPECT_NEAR(watts("codex"), 2, 1e-6);
-  laptop.stepClock(7200);
-  lookAfter(kUsualInterval);
-  EXPECT_NEAR(watts("codex"), 3, 1e-6);
 }
 
 TEST_F(AgentWatcherTest, TakesAnyChildForACommandOfTheAgent) {
   struct Case {
-    double agentAge;
-    double childAge;
+    double agentAge, childAge;
     std::string child;
     bool works;
   };
   const std::vector<Case> cases{
-      {1000, 969.9, "/usr/bin/make", true},   {1000, 970.0, "/usr/bin/make", false},
-      {1000, 999, "/usr/bin/lsp", false},     {1000, 1, "/usr/bin/make", true},
-      {1000, 0, "/usr/bin/make", false},      {9000, 3599.9, "/usr/bin/make", true},
-      {9000, 3600, "/usr/bin/server", false}, {1000, 1200, "/usr/bin/adopted", false},
-      {1000, 100, "/usr/bin/claude", false},  {1000, 100, "/usr/bin/codex", true},
+      {1000, 969.9, "/usr/bin/make", true},  {1000, 970.0, "/usr/bin/make", false},
+      {1000, 1, "/usr/bin/make", true},      {1000, 0, "/usr/bin/make", false},
+      {9000, 3599.9, "/usr/bin/make", true}, {9000, 3600, "/usr/bin/server", false},
+      {1000, 100, "/usr/bin/claude", false}, {1000, 100, "/usr/bin/codex", true},
+      {1000, 999, "/usr/bin/lsp", false},    {1000, 1200, "/usr/bin/adopted", false},
   };
   for (const Case& one : cases) {
     const Pid agent = runningFor(one.agentAge, "/usr/bin/claude");
     const Pid child = runningFor(one.childAge, one.child, agent);
     look();
-    ASSERT_NE(session("claude-code"), nullptr);
     EXPECT_EQ(session("claude-code")->toolRunning, one.works) << one.agentAge << " " << one.childAge << one.child;
     EXPECT_EQ(active("claude-code"), one.works);
     laptop.processes().exit(child);
@@ -254,24 +204,20 @@ TEST_F(AgentWatcherTest, TakesAnyChildForACommandOfTheAgent) {
   runningFor(100, "/usr/bin/make", editor);
   watched = {{"/Applications/Editor.app", "Editor"}};
   look();
-  ASSERT_NE(session("app:/Applications/Editor.app"), nullptr);
   EXPECT_FALSE(session("app:/Applications/Editor.app")->toolRunning);
 }
 
 TEST_F(AgentWatcherTest, ForgetsWhenAnAgentLastWorked) {
   const Pid quiet = run("/usr/bin/codex", 1, 1);
-  const Pid busy = run("/usr/bin/gemini", 1, 1);
+  run("/usr/bin/gemini", 1, 1);
   look();
   lookAfter(kUsualInterval);
   const Date worked = laptop.now();
   laptop.processes().setRates(quiet, 0, 0);
   lookAfter(kUsualInterval);
-  lookAfter(kUsualInterval);
   EXPECT_EQ(kinds(), (Names{"gemini", "codex"}));  // the most recently active first
   EXPECT_EQ(session("codex")->lastActive, worked);
-  EXPECT_EQ(session("gemini")->lastActive, laptop.now());
 
-  laptop.processes().setRates(busy, 0, 0);
   laptop.processes().exit(quiet);
   run("/usr/bin/codex");  // another process is another session
   lookAfter(kUsualInterval);
@@ -282,8 +228,10 @@ TEST_F(AgentWatcherTest, KeepsAwakeForAnAgentThatWritesNothingOrMissesOneThatDoe
   auto& files = laptop.files();
   const std::string top = laptop.surroundings().home + "/.claude/projects";
   run("/usr/bin/claude");
-  run("/usr/bin/codex");
   files.put(top + "/shop/one.jsonl", "{}");
+  const std::string elsewhere = laptop.surroundings().home + "/elsewhere";
+  files.put(elsewhere + "/one.jsonl", "{}");
+  files.link(elsewhere, top + "/linked");
   look();
   EXPECT_EQ(session("claude-code")->lastActive, kDistantPast);  // the first look compares with nothing
   lookAfter(kUsualInterval);
@@ -293,7 +241,6 @@ TEST_F(AgentWatcherTest, KeepsAwakeForAnAgentThatWritesNothingOrMissesOneThatDoe
     laptop.advance(5);
     files.put(path, "{}");
     lookAfter(5);
-    EXPECT_FALSE(active("codex"));
     return active("claude-code");
   };
   EXPECT_TRUE(worksAfter(top + "/shop/one.jsonl"));           // a longer file
@@ -302,7 +249,7 @@ TEST_F(AgentWatcherTest, KeepsAwakeForAnAgentThatWritesNothingOrMissesOneThatDoe
   EXPECT_TRUE(worksAfter(top + "/a/b/c/d/e/deeper.jsonl"));   // its folder is new
   EXPECT_FALSE(worksAfter(top + "/a/b/c/d/e/deeper.jsonl"));  // what is in there is out of reach
   EXPECT_FALSE(worksAfter(top + "/.git/index"));
-  EXPECT_FALSE(worksAfter(laptop.surroundings().home + "/elsewhere/one.jsonl"));
+  EXPECT_FALSE(worksAfter(elsewhere + "/one.jsonl"));  // a link leads out
 }
 
 TEST_F(AgentWatcherTest, ComparesTranscriptsWithOneThatIsGone) {
@@ -322,43 +269,20 @@ TEST_F(AgentWatcherTest, ComparesTranscriptsWithOneThatIsGone) {
   EXPECT_TRUE(active("codex"));
 }
 
-TEST_F(AgentWatcherTest, FollowsLinksOutOfTheTranscripts) {
-  auto& files = laptop.files();
-  const std::string home = laptop.surroundings().home;
-  run("/usr/bin/gemini");
-  files.put(home + "/projects/notes.txt", "");
-  files.put(home + "/.gemini/tmp/log", "");
-  files.link(home + "/work", home + "/.gemini/tmp/work");
-  look();
-  laptop.advance(5);
-  files.put(home + "/projects/notes.txt", "more");
-  lookAfter(5);
-  EXPECT_FALSE(active("gemini"));
-}
-
 TEST_F(AgentWatcherTest, WalksThroughTranscriptsWithoutEnd) {
   constexpr int kBudget = 20'000;
   auto& files = laptop.files();
   const std::string top = laptop.surroundings().home + "/.claude/projects/";
   run("/usr/bin/claude");
   for (int i = 0; i < kBudget; ++i) files.put(top + std::to_string(100'000 + i), "");
-  files.put(top + ".hidden", "");
   files.put(top + "999999", "");
   const auto names = *files.list(laptop.surroundings().home + "/.claude/projects");
-  const auto visible = [&](std::size_t skipped) {
-    std::size_t at = 0;
-    for (const std::string& name : names) {
-      if (name != ".hidden" && skipped-- == 0) break;
-      ++at;
-    }
-    return names.at(at);
-  };
   look();
   laptop.advance(5);
-  files.put(top + visible(kBudget), "beyond");
+  files.put(top + names.at(kBudget), "beyond");
   look();
   EXPECT_FALSE(active("claude-code"));
-  files.put(top + visible(kBudget - 1), "the last within");
+  files.put(top + names.at(kBudget - 1), "the last within");
   look();
   EXPECT_TRUE(active("claude-code"));
 }
@@ -369,7 +293,6 @@ TEST_F(AgentWatcherTest, ShowsAFolderThatIsNoProject) {
       {home + "/projects/shop", "shop"},
       {home, "~"},
       {"/", std::nullopt},
-      {"", std::nullopt},
       {"/Applications/Claude.app/Contents", std::nullopt},
   };
   for (const auto& [folder, name] : cases) {
@@ -377,22 +300,11 @@ TEST_F(AgentWatcherTest, ShowsAFolderThatIsNoProject) {
     EXPECT_EQ(AgentWatcher::workingDirectoryName(laptop.machine(), pid), name) << folder;
     laptop.processes().exit(pid);
   }
-}
-
-TEST_F(AgentWatcherTest, ForgetsTheProjectOrShowsThatOfALaterInstance) {
-  auto& processes = laptop.processes();
-  const Pid bare = processes.add({.path = "/usr/bin/claude", .workingDirectory = "/"});
-  processes.add({.path = "/usr/bin/claude", .workingDirectory = "/srv/second"});
-  processes.add({.path = "/usr/bin/claude", .workingDirectory = "/srv/third"});
+  for (const char* folder : {"/", "/srv/second", "/srv/third"}) {
+    laptop.processes().add({.path = "/usr/bin/claude", .workingDirectory = folder});
+  }
   look();
-  EXPECT_EQ(session("claude-code")->pid, bare);
-  EXPECT_EQ(session("claude-code")->project, "second");
-
-  processes.add({.pid = bare, .path = "/usr/bin/claude", .workingDirectory = "/srv/first"});
-  look();
-  EXPECT_EQ(session("claude-code")->project, "second");  // kept for the session of this process
-  look();
-  EXPECT_EQ(session("claude-code")->instances, 3);
+  EXPECT_EQ(session("claude-code")->project, "second") << "the first one that is known";
 }
 
 TEST_F(AgentWatcherTest, MissesTheClaudeAppOrCountsItTwice) {
@@ -400,22 +312,13 @@ TEST_F(AgentWatcherTest, MissesTheClaudeAppOrCountsItTwice) {
   const Pid app = run(bundle + "/Contents/MacOS/Claude");
   const Pid helper = run(bundle + "/Contents/Frameworks/Claude Helper.app/Contents/MacOS/Claude Helper", app, 1);
   laptop.edit([&](LaptopReport& report) {
-    report.applications = {{.pid = app,
-                            .name = "Claude",
-                            .bundleIdentifier = "com.anthropic.claudefordesktop",
-                            .path = bundle,
-                            .regular = true},
-                           {.pid = helper,
-                            .name = "Claude",
-                            .bundleIdentifier = "com.anthropic.claudefordesktop",
-                            .path = bundle,
-                            .regular = true}};
+    for (const Pid pid : {app, helper})
+      report.applications.push_back({pid, "Claude", "com.anthropic.claudefordesktop", bundle, true});
   });
   look();
   lookAfter(kUsualInterval);
   ASSERT_EQ(kinds(), (Names{"claude-app"}));
   EXPECT_EQ(session("claude-app")->instances, 1);
-  EXPECT_EQ(session("claude-app")->pid, app);
   EXPECT_TRUE(active("claude-app"));
   EXPECT_EQ(watcher.protectedBundles(), (std::set<std::string, std::less<>>{bundle}));
 }
@@ -435,7 +338,6 @@ TEST_F(AgentWatcherTest, CountsPartsOfAWatchedApplicationSeparately) {
   EXPECT_NEAR(watts("app:ffmpeg"), 12, 1e-6);
   EXPECT_EQ(session("app:" + bundle)->instances, 1);
   EXPECT_NEAR(watts("app:" + bundle), 3, 1e-6);
-  EXPECT_EQ(session("app:" + bundle)->kind.name, "Render");
 }
 
 TEST_F(AgentWatcherTest, LeavesAnAgentsTreeOrItsLaunchersUnprotected) {
@@ -462,10 +364,8 @@ TEST_F(AgentWatcherTest, CallsAForgottenRequestWorkOrWorkForgotten) {
   ASSERT_EQ(kinds(), (Names{"request:caffeinate"}));
   EXPECT_EQ(watcher.sessions()[0].detail, "young");
   EXPECT_EQ(watcher.sessions()[0].lastActive, laptop.now());
-  EXPECT_EQ(watcher.sessions()[0].watts, 0);
   ASSERT_EQ(watcher.blockers().size(), 2u);
-  EXPECT_EQ(watcher.blockers()[0].name, "older");
-  EXPECT_EQ(watcher.blockers()[1].name, "old");
+  EXPECT_EQ(watcher.blockers()[0].name + " " + watcher.blockers()[1].name, "older old");
   EXPECT_FALSE(watcher.protectedPids().contains(watcher.blockers()[0].pid));
 
   requests = false;
@@ -499,25 +399,12 @@ TEST_F(AgentWatcherTest, LetsARequestWithoutADateStayYoungForEver) {
   lookAfter(1);
   ASSERT_EQ(watcher.blockers().size(), 1u);
   EXPECT_EQ(watcher.blockers()[0].since, first);
-  EXPECT_FALSE(watcher.blockers()[0].sinceUnknown);
-  EXPECT_TRUE(watcher.sessions().empty());
 
-  dropRequests();  // once it isn't seen its age is forgotten
+  laptop.edit([](LaptopReport& report) { report.assertions.clear(); });  // once unseen its age is forgotten
   lookAfter(1);
   ask(pid, "build", std::nullopt);
   look();
   EXPECT_TRUE(watcher.blockers().empty());
-  EXPECT_TRUE(active("request:caffeinate"));
-}
-
-TEST_F(AgentWatcherTest, TakesAProcessForWhatItWasBefore) {
-  const Pid shell = run("/bin/zsh");
-  const Pid agent = run("/usr/bin/codex");
-  look();
-  laptop.processes().exec(shell, "/usr/bin/claude");
-  laptop.processes().exec(agent, "/usr/bin/vim");
-  look();
-  EXPECT_EQ(kinds(), Names{"claude-code"});
 }
 
 TEST_F(AgentWatcherTest, MissesAnInterpreterThatBecameAnAgent) {
@@ -543,16 +430,6 @@ TEST_F(AgentWatcherTest, MissesAnInterpreterThatBecameAnAgent) {
   processes.add({.pid = old, .path = "/usr/bin/vim"});  // the number of an agent, and no agent
   look();
   EXPECT_EQ(session("codex"), nullptr);
-}
-
-TEST_F(AgentWatcherTest, OrdersEquallyActiveAgentsByChance) {
-  laptop.processes().add({.pid = 3000, .path = "/usr/bin/claude"});
-  laptop.processes().add({.pid = 2000, .path = "/usr/bin/gemini"});
-  laptop.processes().add({.pid = 4000, .path = "/usr/bin/codex"});
-  laptop.processes().add({.pid = 1500, .path = "/usr/bin/codex"});
-  look();
-  EXPECT_EQ(kinds(), (Names{"codex", "gemini", "claude-code"}));
-  EXPECT_EQ(session("codex")->identity(), "codex#1500");
 }
 
 }  // namespace

@@ -8,13 +8,27 @@
 namespace tovi {
 namespace {
 
+// What the system answers, and whether the panel is where it was wanted then.
+struct Answers {
+  const char* name;
+  int begins;  // how many more transactions can begin
+  int enable, complete;
+  bool done;
+};
+constexpr Answers kAnswers[] = {
+    {"no transaction", 0, 0, 0, false},
+    {"switch refused", 9, 1004, 0, false},
+    {"completion refused", 9, 0, 1004, false},
+    {"no such display", 9, 1001, 0, true},
+};
+
 // Screens whose every answer is on order.
 class OrderedDisplays final : public Displays {
  public:
   std::vector<Display> screens{{7, true}};
   bool hasSwitch = true, hasBrightness = true;
-  int begins = 1000;  // how many more transactions can begin
-  int enableCode = 0, completeCode = 0, brightnessCode = 0;
+  Answers answers{"as it should be", 1000, 0, 0, true};
+  int brightnessCode = 0;
   std::optional<float> level = 0.75F;
   std::string log;
 
@@ -22,15 +36,15 @@ class OrderedDisplays final : public Displays {
   bool canSwitch() override { return hasSwitch; }
   bool beginConfiguration() override {
     log += "begin ";
-    return begins-- > 0;
+    return answers.begins-- > 0;
   }
   int setEnabled(std::uint32_t display, bool enabled) override {
     log += std::to_string(display) + (enabled ? "on " : "off ");
-    return enableCode;
+    return answers.enable;
   }
   int completeConfiguration() override {
     log += "complete ";
-    return completeCode;
+    return answers.complete;
   }
   void cancelConfiguration() override { log += "cancel "; }
   std::optional<float> brightness(std::uint32_t) override { return level; }
@@ -55,6 +69,10 @@ class Panel : public testing::Test {
             m.assertions,   m.workspace, m.commands, m.defaults, m.broadcast,  m.notices,   m.http};
   }
   void put(const std::string& name, std::string_view content) { laptop_.files().put(state_.path(name), content); }
+  void order(const Answers& answers) {
+    displays_.answers = answers;
+    displays_.log.clear();
+  }
   bool turnOff() { return DisplayPower::turnOffBuiltIn(machine_, state_); }
   bool turnOn() { return DisplayPower::restoreBuiltIn(machine_, state_); }
   bool recordedOff() { return state_.exists("display-off"); }
@@ -71,36 +89,17 @@ TEST_F(Panel, IsRecordedBeforeItGoesDarkAndForgottenOnceItIsBack) {
   EXPECT_TRUE(turnOn());
   EXPECT_EQ(displays_.log, "begin complete begin 7on complete ");
   EXPECT_FALSE(recordedOff());
-}
-
-TEST_F(Panel, NothingToRestoreIsSuccessAndTouchesNothing) {
-  EXPECT_TRUE(turnOn());
-  EXPECT_EQ(displays_.log, "");
+  EXPECT_TRUE(turnOn()) << "nothing to restore";
 }
 
 TEST_F(Panel, AFailedSwitchOffLeavesNoRecordUnlessOneWasThere) {
-  struct Case {
-    const char* name;
-    int begins, enable, complete;
-    bool off;
-  };
-  const Case cases[] = {
-      {"no transaction", 0, 0, 0, false},
-      {"switch refused", 9, 1004, 0, false},
-      {"completion refused", 9, 0, 1004, false},
-      {"no such display", 9, 1001, 0, true},
-      {"no such display at the end", 9, 0, 1001, true},
-  };
-  for (const Case& one : cases) {
+  for (const Answers& one : kAnswers) {
     for (const bool before : {false, true}) {
-      displays_.begins = one.begins;
-      displays_.enableCode = one.enable;
-      displays_.completeCode = one.complete;
-      displays_.log.clear();
+      order(one);
       laptop_.files().erase(state_.path("display-off"));
       if (before) put("display-off", "7");
-      EXPECT_EQ(turnOff(), one.off) << one.name;
-      EXPECT_EQ(recordedOff(), one.off || before) << one.name;
+      EXPECT_EQ(turnOff(), one.done) << one.name;
+      EXPECT_EQ(recordedOff(), one.done || before) << one.name;
       const bool cancelled = displays_.log.find("cancel") != std::string::npos;
       EXPECT_EQ(cancelled, one.enable != 0) << one.name;
     }
@@ -108,24 +107,16 @@ TEST_F(Panel, AFailedSwitchOffLeavesNoRecordUnlessOneWasThere) {
 }
 
 TEST_F(Panel, AFailedReturnKeepsTheRecord) {
-  struct Case {
-    const char* name;
-    int begins, enable, complete;
-    bool on;
-  };
-  const Case cases[] = {
-      {"no transaction", 0, 0, 0, false},    {"none after the empty one", 1, 0, 0, false},
-      {"switch refused", 9, 1004, 0, false}, {"completion refused", 9, 0, 1004, false},
-      {"no such display", 9, 1001, 0, true},
-  };
-  for (const Case& one : cases) {
-    displays_.begins = one.begins;
-    displays_.enableCode = one.enable;
-    displays_.completeCode = one.complete;
+  for (const Answers& one : kAnswers) {
+    order(one);
     put("display-off", "7");
-    EXPECT_EQ(turnOn(), one.on) << one.name;
-    EXPECT_EQ(recordedOff(), !one.on) << one.name;
+    EXPECT_EQ(turnOn(), one.done) << one.name;
+    EXPECT_EQ(recordedOff(), !one.done) << one.name;
   }
+  order({"none after the empty one", 1, 0, 0, false});
+  put("display-off", "7");
+  EXPECT_FALSE(turnOn());
+  EXPECT_TRUE(recordedOff());
 }
 
 TEST_F(Panel, AGarbledRecordStillBringsBackAPanelThatIsListed) {
@@ -146,23 +137,19 @@ TEST_F(Panel, AGarbledRecordStillBringsBackAPanelThatIsListed) {
 }
 
 TEST_F(Panel, WithoutSwitchOrPanelNothingHappensAndNoFileAppears) {
+  displays_.screens = {{3, false}};
+  EXPECT_FALSE(turnOff());
+  dim();
+  EXPECT_FALSE(recordedOff() || recordedDim());
+  displays_.screens = {{7, true}};
   displays_.hasSwitch = false;
   displays_.hasBrightness = false;
   EXPECT_FALSE(turnOff());
   dim();
-  EXPECT_FALSE(recordedOff());
-  EXPECT_FALSE(recordedDim());
+  EXPECT_FALSE(recordedOff() || recordedDim());
   put("display-off", "7");
   EXPECT_FALSE(turnOn());
   EXPECT_TRUE(recordedOff());
-
-  displays_.hasSwitch = displays_.hasBrightness = true;
-  displays_.screens = {{3, false}};
-  laptop_.files().erase(state_.path("display-off"));
-  EXPECT_FALSE(turnOff());
-  dim();
-  EXPECT_FALSE(recordedOff());
-  EXPECT_FALSE(recordedDim());
   EXPECT_EQ(displays_.log, "");
 }
 
@@ -192,8 +179,8 @@ TEST_F(Panel, IsNotDimmedWhenTheWayBackIsUnknownOrCannotBeRecorded) {
 
 TEST_F(Panel, ComesBackReadableWhateverTheFileSays) {
   const std::pair<const char*, float> cases[] = {
-      {"0.01", 0.5F}, {"0.02", 0.5F}, {"0.021", 0.021F}, {"1.7", 1},  {"-3", 0.5F},    {"", 0.5F},
-      {"nan", 0.5F},  {"inf", 1},     {" 0.3\n", 0.3F},  {"x", 0.5F}, {"0.3.3", 0.5F}, {"\xFF", 0.5F},
+      {"0.02", 0.5F},  {"0.021", 0.021F}, {"1.7", 1}, {"", 0.5F},  {"nan", 0.5F},  {" 0.3\n", 0.3F},
+      {"0.3.3", 0.5F}, {"-3", 0.5F},      {"inf", 1}, {"x", 0.5F}, {"\xFF", 0.5F},
   };
   for (const auto& [content, expected] : cases) {
     put("brightness-restore", content);

@@ -20,7 +20,6 @@ TEST(PowerModeText, TakesTheBatterysOwnLine) {
       {"Battery Power:\n powermode 99999999999999999999\n", std::nullopt},
       {" lowpowermode 0\n", std::nullopt},
       {"UPS Power:\n powermode 1\n", std::nullopt},
-      {"", std::nullopt},
   };
   for (const auto& [text, expected] : cases) EXPECT_EQ(PowerMode::parseBattery(text), expected) << text;
 }
@@ -35,10 +34,6 @@ class Switches : public testing::Test {
   void pause() { TimeMachine::pause(laptop_.machine(), state_); }
   bool resume() { return TimeMachine::resume(laptop_.machine(), state_); }
   int batteryMode() { return laptop_.switches().batteryMode.begin()->second; }
-  void refuse(std::vector<std::string> commands) {
-    laptop_.edit([&](LaptopReport& report) { report.refuse = std::move(commands); });
-  }
-  void put(const std::string& name, std::string_view content) { laptop_.files().put(state_.path(name), content); }
 };
 
 TEST_F(Switches, LowPowerGoesBackToWhatItWas) {
@@ -54,75 +49,43 @@ TEST_F(Switches, LowPowerGoesBackToWhatItWas) {
   EXPECT_TRUE(restore());
   EXPECT_EQ(batteryMode(), 2);
   EXPECT_FALSE(PowerMode::lowSet(state_));
+  for (const LaptopSwitches::Modes& modes : {LaptopSwitches::Modes{}, {{"lowpowermode", 1}}}) {
+    laptop_.setSwitches([&](LaptopSwitches& switches) { switches.batteryMode = modes; });
+    setLow();
+    EXPECT_FALSE(PowerMode::lowSet(state_)) << "no setting, or the person's own";
+    EXPECT_TRUE(restore());
+    EXPECT_EQ(laptop_.switches().batteryMode, modes);
+  }
 }
 
-TEST_F(Switches, LowPowerOfThePersonsOwnStaysOn) {
-  laptop_.setSwitches([](LaptopSwitches& switches) { switches.batteryMode = {{"lowpowermode", 1}}; });
+TEST_F(Switches, ARefusalLeavesNoFileAndARefusedReturnKeepsItOverALossOfPower) {
+  const auto refuse = [&](std::vector<std::string> commands) {
+    laptop_.edit([&](LaptopReport& report) { report.refuse = std::move(commands); });
+  };
+  refuse({"pmset -b", "tmutil"});
   setLow();
-  EXPECT_FALSE(PowerMode::lowSet(state_));
-  EXPECT_TRUE(restore());
-  EXPECT_EQ(batteryMode(), 1);
-}
-
-TEST_F(Switches, NoSettingNoFile) {
-  laptop_.setSwitches([](LaptopSwitches& switches) { switches.batteryMode.clear(); });
-  setLow();
-  EXPECT_FALSE(PowerMode::lowSet(state_));
-}
-
-TEST_F(Switches, ARefusedLowPowerLeavesNoFileAndARefusedReturnKeepsIt) {
-  refuse({"pmset -b"});
-  setLow();
-  EXPECT_FALSE(PowerMode::lowSet(state_));
+  pause();
+  EXPECT_FALSE(PowerMode::lowSet(state_) || TimeMachine::paused(state_));
   refuse({});
   setLow();
-  refuse({"pmset -b"});
-  EXPECT_FALSE(restore());
-  EXPECT_TRUE(PowerMode::lowSet(state_));
+  pause();
+  refuse({"pmset -b", "tmutil"});
+  EXPECT_FALSE(restore() || resume());
+  laptop_.powerLoss();
+  EXPECT_TRUE(PowerMode::lowSet(state_) && TimeMachine::paused(state_));
   refuse({});
-  EXPECT_TRUE(restore());
+  EXPECT_TRUE(restore() && resume());
   EXPECT_EQ(batteryMode(), 0);
+  EXPECT_TRUE(laptop_.switches().autoBackup);
+  EXPECT_FALSE(PowerMode::lowSet(state_) || TimeMachine::paused(state_));
 }
 
 TEST_F(Switches, AnUnreadableFormIsDroppedWithoutACommand) {
   for (const char* content : {"lowpowermode", "", "  ", "lowpowermode 0 1"}) {
-    put("powermode-restore", content);
-    EXPECT_TRUE(restore()) << content;
-    EXPECT_FALSE(PowerMode::lowSet(state_)) << content;
+    laptop_.files().put(state_.path("powermode-restore"), content);
+    EXPECT_TRUE(restore() && !PowerMode::lowSet(state_)) << content;
   }
   EXPECT_TRUE(laptop_.commands().empty());
-}
-
-TEST_F(Switches, BackupsPauseAndResume) {
-  pause();
-  EXPECT_FALSE(laptop_.switches().autoBackup);
-  EXPECT_TRUE(TimeMachine::paused(state_));
-  pause();
-  EXPECT_EQ(laptop_.commandCount("/usr/bin/sudo -n /usr/bin/tmutil disable"), 1u);
-  EXPECT_TRUE(resume());
-  EXPECT_TRUE(laptop_.switches().autoBackup);
-  EXPECT_FALSE(TimeMachine::paused(state_));
-  EXPECT_TRUE(resume()) << "nothing to undo";
-  EXPECT_EQ(laptop_.commandCount("/usr/bin/sudo -n /usr/bin/tmutil enable"), 1u);
-}
-
-TEST_F(Switches, BackupsThatWereOffAreNotSwitchedOnAfterwards) {
-  laptop_.setSwitches([](LaptopSwitches& switches) { switches.autoBackup = false; });
-  pause();
-  EXPECT_FALSE(TimeMachine::paused(state_));
-  EXPECT_TRUE(resume());
-  EXPECT_FALSE(laptop_.switches().autoBackup);
-}
-
-TEST_F(Switches, ARefusedPauseLeavesNoFileAndARefusedResumeKeepsIt) {
-  refuse({"tmutil"});
-  pause();
-  EXPECT_FALSE(TimeMachine::paused(state_));
-  refuse({});
-  pause();
-  refuse({"tmutil"});
-  EXPECT_FALSE(resume());
-  EXPECT_TRUE(TimeMachine::paused(state_));
 }
 
 TEST_F(Switches, NothingIsSwitchedThatCannotBeRecorded) {
@@ -134,15 +97,17 @@ TEST_F(Switches, NothingIsSwitchedThatCannotBeRecorded) {
   EXPECT_TRUE(laptop_.switches().autoBackup);
 }
 
-// A return that the power supply cut off must still be known after the next start.
-TEST_F(Switches, TheFilesSurviveALossOfPower) {
-  setLow();
+TEST_F(Switches, BackupsThatWereOffAreNotSwitchedOnAfterwards) {
+  laptop_.setSwitches([](LaptopSwitches& switches) { switches.autoBackup = false; });
   pause();
-  laptop_.powerLoss();
-  EXPECT_TRUE(restore());
-  EXPECT_TRUE(resume());
-  EXPECT_EQ(batteryMode(), 0);
-  EXPECT_TRUE(laptop_.switches().autoBackup);
+  EXPECT_FALSE(TimeMachine::paused(state_));
+  EXPECT_TRUE(resume()) << "nothing to undo";
+  EXPECT_FALSE(laptop_.switches().autoBackup);
+  laptop_.setSwitches([](LaptopSwitches& switches) { switches.autoBackup = true; });
+  pause();
+  EXPECT_FALSE(laptop_.switches().autoBackup);
+  pause();
+  EXPECT_EQ(laptop_.commandCount("/usr/bin/sudo -n /usr/bin/tmutil disable"), 1u);
 }
 
 TEST(BuildToolNames, AreWholeNames) {

@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <cmath>
+#include <chrono>
 #include <stdexcept>
 
 #include "core/Text.h"
@@ -16,18 +16,15 @@ namespace tovi {
 
 namespace {
 
-using std::chrono::steady_clock;
-
 double now() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
 
 std::string chunk(const std::string& bytes) { return fmt::format("{:x}\r\n{}\r\n", bytes.size(), bytes); }
 
 }  // namespace
 
-LoopbackRelay::LoopbackRelay(double keepaliveSeconds)
+LoopbackRelay::LoopbackRelay()
     : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
-      bell_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      keepalive_(keepaliveSeconds) {
+      bell_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -75,14 +72,7 @@ void LoopbackRelay::run() {
       if (!socket) break;
       clients_.emplace_back().socket = std::move(socket);
     }
-    for (Client& client : clients_) {
-      if (!client.topic.empty() && !client.closing && steady_clock::now() >= client.nextKeepalive) {
-        client.out += chunk(model_.keepaliveLine(client.topic, now()));
-        client.nextKeepalive +=
-            std::chrono::duration_cast<steady_clock::duration>(std::chrono::duration<double>(keepalive_));
-      }
-      writeTo(client);
-    }
+    for (Client& client : clients_) writeTo(client);
     clients_.remove_if([](const Client& client) { return client.dead; });
     if (pieces_ > 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -121,40 +111,21 @@ bool LoopbackRelay::takeRequest(Client& client) {
   return true;
 }
 
-bool LoopbackRelay::withinRate() {
-  if (burst_ == 0) return true;
-  const auto at = steady_clock::now();
-  allowance_ = std::min<double>(burst_, allowance_ + std::chrono::duration<double>(at - refilled_).count() / refill_);
-  refilled_ = at;
-  if (allowance_ < 1) return false;
-  allowance_ -= 1;
-  return true;
-}
-
 void LoopbackRelay::answer(Client& client, const Request& request) {
   if (!orders_.empty()) {
     const Order order = orders_.front();
     orders_.pop_front();
     return answerWith(client, order);
   }
-  if (!withinRate()) {
-    return answerWith(client, {.status = 429,
-                               .body = RelayModel::error(42901, 429, "limit reached: too many requests"),
-                               .retryAfter = fmt::format("{}", static_cast<int>(std::ceil(refill_)))});
-  }
-  // A proxy is asked for the whole address.
-  std::string target = request.target;
-  if (target.starts_with("http://")) target.erase(0, target.find('/', 7));
+  const std::string& target = request.target;
   const auto query = target.find('?');
   const auto path = text::pieces(std::string_view{target}.substr(0, query), "/");
   const auto since = target.find("since=");
   if (request.method == "GET" && path.size() == 2 && path[1] == "json") {
     return stream(client, std::string{path[0]}, since == std::string::npos ? "" : target.substr(since + 6));
   }
-  if ((request.method == "POST" || request.method == "PUT") && path.size() == 1) {
-    return take(client, std::string{path[0]}, request);
-  }
-  answerWith(client, {.status = 404, .body = RelayModel::error(40401, 404, "page not found"), .retryAfter = {}});
+  if (request.method == "POST" && path.size() == 1) return take(client, std::string{path[0]}, request);
+  answerWith(client, {.status = 404});
 }
 
 void LoopbackRelay::answerWith(Client& client, const Order& order) {
@@ -169,8 +140,6 @@ void LoopbackRelay::answerWith(Client& client, const Order& order) {
 
 void LoopbackRelay::stream(Client& client, const std::string& topic, const std::string& since) {
   client.topic = topic;
-  client.nextKeepalive = steady_clock::now() +
-                         std::chrono::duration_cast<steady_clock::duration>(std::chrono::duration<double>(keepalive_));
   client.out +=
       "HTTP/1.1 200 OK\r\nContent-Type: application/x-ndjson; charset=utf-8\r\nTransfer-Encoding: chunked\r\n\r\n";
   client.out += chunk(model_.openLine(topic, now()));
@@ -178,17 +147,10 @@ void LoopbackRelay::stream(Client& client, const std::string& topic, const std::
 }
 
 void LoopbackRelay::take(Client& client, const std::string& topic, const Request& request) {
-  if (request.body.size() > RelayModel::kLargestBody) {
-    return answerWith(client,
-                      {.status = 413, .body = RelayModel::error(41301, 413, "attachment too large"), .retryAfter = {}});
-  }
-  const auto header = [&](const char* name) {
-    const auto at = request.headers.find(name);
-    return at == request.headers.end() ? std::string{} : at->second;
-  };
-  const auto& message = model_.publish(topic, request.body, now(), header("title"), header("cache") != "no");
-  tell(topic, RelayModel::line(message));
-  answerWith(client, {.body = RelayModel::line(message), .retryAfter = {}});
+  if (request.body.size() > RelayModel::kLargestBody) return answerWith(client, {.status = 413});
+  const std::string line = RelayModel::line(model_.publish(topic, request.body, now()));
+  tell(topic, line);
+  answerWith(client, {.body = line});
 }
 
 void LoopbackRelay::tell(const std::string& topic, const std::string& bytes) {
@@ -224,32 +186,17 @@ void LoopbackRelay::setPieces(std::size_t bytes) {
   pieces_ = bytes;
 }
 
-void LoopbackRelay::endStreams() {
+void LoopbackRelay::endStreams() { closeStreams("0\r\n\r\n"); }
+void LoopbackRelay::cutStreamsInLine() { closeStreams("100\r\n{\"id\":\"halfOfThis\",\"event\":\"mess"); }
+
+void LoopbackRelay::closeStreams(const std::string& last) {
   const std::lock_guard lock(mutex_);
   for (Client& client : clients_) {
     if (client.topic.empty() || client.closing) continue;
-    client.out += "0\r\n\r\n";
+    client.out += last;
     client.closing = true;
   }
   ::eventfd_write(bell_.get(), 1);
-}
-
-void LoopbackRelay::cutStreamsInLine() {
-  const std::lock_guard lock(mutex_);
-  for (Client& client : clients_) {
-    if (client.topic.empty() || client.closing) continue;
-    client.out += "100\r\n{\"id\":\"halfOfThis\",\"event\":\"mess";
-    client.closing = true;
-  }
-  ::eventfd_write(bell_.get(), 1);
-}
-
-void LoopbackRelay::limitRate(int burst, double seconds) {
-  const std::lock_guard lock(mutex_);
-  burst_ = burst;
-  allowance_ = burst;
-  refill_ = seconds;
-  refilled_ = steady_clock::now();
 }
 
 RelayModel::Message LoopbackRelay::publish(const std::string& topic, const std::string& body) {
@@ -258,12 +205,6 @@ RelayModel::Message LoopbackRelay::publish(const std::string& topic, const std::
   tell(topic, RelayModel::line(message));
   ::eventfd_write(bell_.get(), 1);
   return message;
-}
-
-void LoopbackRelay::sendRaw(const std::string& topic, const std::string& bytes) {
-  const std::lock_guard lock(mutex_);
-  tell(topic, bytes);
-  ::eventfd_write(bell_.get(), 1);
 }
 
 std::vector<LoopbackRelay::Request> LoopbackRelay::requests() const {

@@ -2,14 +2,10 @@
 // runs in a thread of its own; everything here may be called from any other.
 #pragma once
 
-#include <chrono>
-#include <cstdint>
 #include <deque>
-#include <functional>
 #include <list>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,12 +28,12 @@ class LoopbackRelay {
     int status = 200;
     std::string contentType = "application/json";
     std::string body = "{}";
-    std::string retryAfter;  // empty: not sent
-    bool hangUp = false;     // the connection is reset instead
-    bool silent = false;     // nothing at all is answered
+    std::string retryAfter = {};  // empty: not sent
+    bool hangUp = false;          // the connection is reset instead
+    bool silent = false;          // nothing at all is answered
   };
 
-  explicit LoopbackRelay(double keepaliveSeconds = 45);
+  LoopbackRelay();
   ~LoopbackRelay();
   LoopbackRelay(const LoopbackRelay&) = delete;
   LoopbackRelay& operator=(const LoopbackRelay&) = delete;
@@ -55,11 +51,7 @@ class LoopbackRelay {
   void endStreams();
   void cutStreamsInLine();
 
-  // Requests beyond the first `burst`, which comes back at one in `seconds`, get 429.
-  void limitRate(int burst, double seconds);
-
   RelayModel::Message publish(const std::string& topic, const std::string& body);
-  void sendRaw(const std::string& topic, const std::string& bytes);  // to the subscribers, whatever it is
 
   std::vector<Request> requests() const;
   std::vector<RelayModel::Message> on(const std::string& topic) const;
@@ -69,8 +61,7 @@ class LoopbackRelay {
   struct Client {
     FileDescriptor socket;
     std::string in, out;
-    std::string topic;  // of its stream; empty: none
-    std::chrono::steady_clock::time_point nextKeepalive;
+    std::string topic;     // of its stream; empty: none
     bool closing = false;  // when `out` is empty
     bool dead = false;
     bool answered = false;
@@ -84,14 +75,13 @@ class LoopbackRelay {
   void stream(Client& client, const std::string& topic, const std::string& since);
   void take(Client& client, const std::string& topic, const Request& request);
   void tell(const std::string& topic, const std::string& bytes);
+  void closeStreams(const std::string& last);
   void writeTo(Client& client);
-  bool withinRate();
   static void reset(Client& client);
 
   int port_ = 0;
   FileDescriptor listener_;
   FileDescriptor bell_;
-  const double keepalive_;
   std::thread thread_;
 
   mutable std::mutex mutex_;  // guards what follows
@@ -101,9 +91,6 @@ class LoopbackRelay {
   std::deque<Order> orders_;
   std::vector<Request> requests_;
   std::size_t pieces_ = 0;
-  int burst_ = 0;
-  double refill_ = 0, allowance_ = 0;
-  std::chrono::steady_clock::time_point refilled_;
 };
 
 }  // namespace tovi

@@ -17,17 +17,14 @@ std::string RelayModel::newId() {
   return id;
 }
 
-const RelayModel::Message& RelayModel::publish(const std::string& topic, const std::string& body, double now,
-                                               const std::string& title, bool cached) {
-  return messages_.emplace_back(
-      Message{newId(), std::floor(now), topic, std::string{text::trimmed(body)}, title, cached});
+const RelayModel::Message& RelayModel::publish(const std::string& topic, const std::string& body, double now) {
+  return messages_.emplace_back(Message{newId(), std::floor(now), topic, std::string{text::trimmed(body)}});
 }
 
 std::string RelayModel::text(const Message& message) {
-  nlohmann::json frame{{"id", message.id},        {"time", static_cast<long long>(message.time)},
-                       {"event", "message"},      {"topic", message.topic},
-                       {"message", message.body}, {"expires", static_cast<long long>(message.time + kKept)}};
-  if (!message.title.empty()) frame["title"] = message.title;
+  const nlohmann::json frame{{"id", message.id},        {"time", static_cast<long long>(message.time)},
+                             {"event", "message"},      {"topic", message.topic},
+                             {"message", message.body}, {"expires", static_cast<long long>(message.time + kKept)}};
   return json::compact(frame);
 }
 
@@ -37,7 +34,7 @@ std::vector<std::string> RelayModel::past(const std::string& topic, const std::s
   std::vector<std::string> lines;
   if (since.empty()) return lines;
   for (const Message& message : messages_) {
-    if (message.topic != topic || !message.cached || message.time + kKept < now) continue;
+    if (message.topic != topic || message.time + kKept < now) continue;
     if (message.id == since) {
       lines.clear();
       continue;
@@ -51,11 +48,6 @@ std::string RelayModel::eventLine(const std::string& event, const std::string& t
   const nlohmann::json frame{
       {"id", newId()}, {"time", static_cast<long long>(now)}, {"event", event}, {"topic", topic}};
   return json::compact(frame) + "\n";
-}
-
-std::string RelayModel::error(int code, int http, const std::string& text) {
-  return nlohmann::json{{"code", code}, {"http", http}, {"error", text}, {"link", "https://ntfy.sh/docs/"}}.dump() +
-         "\n";
 }
 
 std::vector<RelayModel::Message> RelayModel::on(const std::string& topic) const {

@@ -15,13 +15,11 @@ class RelayModel {
   struct Message {
     std::string id;
     double time = 0;
-    std::string topic, body, title;
-    bool cached = true;
+    std::string topic, body;
   };
 
   // Trimmed of white space, as the public relay does it.
-  const Message& publish(const std::string& topic, const std::string& body, double now, const std::string& title = {},
-                         bool cached = true);
+  const Message& publish(const std::string& topic, const std::string& body, double now);
 
   // Lines for a subscriber, each with its end. `since`: an id, "all", or empty for none of the past. An id that isn't
   // known any more stands for all that is kept.
@@ -30,7 +28,6 @@ class RelayModel {
   std::string openLine(const std::string& topic, double now) { return eventLine("open", topic, now); }
   std::string keepaliveLine(const std::string& topic, double now) { return eventLine("keepalive", topic, now); }
 
-  static std::string error(int code, int http, const std::string& text);
   static std::string text(const Message& message);
 
   const std::vector<Message>& messages() const { return messages_; }

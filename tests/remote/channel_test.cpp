@@ -5,21 +5,6 @@
 namespace tovi {
 namespace {
 
-// When each subscription was asked for, in seconds from the first.
-struct Attempts {
-  RemoteWorld& world;
-  std::vector<double> at;
-  Date first = world.laptop.now();
-
-  std::function<bool(MemoryHttp::Exchange&)> counting(std::function<bool(MemoryHttp::Exchange&)> act) {
-    return [this, act](MemoryHttp::Exchange& exchange) {
-      if (exchange.isPost) return false;
-      at.push_back(secondsBetween(first, world.laptop.now()));
-      return act(exchange);
-    };
-  }
-};
-
 struct Death {
   const char* name;
   std::function<bool(MemoryHttp::Exchange&)> act;
@@ -37,7 +22,6 @@ TEST(RemoteChannel, EachDeathOfTheStreamHasItsWordsAndLongerAndLongerPauses) {
       {"200 with HTML", answered({200, "text/html", {}}, "<html>")},
       {"200 without a type", answered({200, "", {}}, "{}")},
       {"404", answered({404, "application/json", {}}, "{}")},
-      {"500", answered({500, "application/json", {}}, "{}")},
       {"429 without a time", answered({429, "application/json", {}}, "{}")},
       {"reset in a line", [=](auto& e) { return e.answer(good), e.send("{\"event\":\"keepa"), e.fail(), true; }},
       {"silent", [](auto&) { return true; }, 120},
@@ -45,15 +29,18 @@ TEST(RemoteChannel, EachDeathOfTheStreamHasItsWordsAndLongerAndLongerPauses) {
   };
   for (const Death& death : deaths) {
     RemoteWorld world;
-    Attempts attempts{world, {}};
-    world.relay.instead = attempts.counting(death.act);
+    std::vector<double> attempts;  // when, in seconds from the first
+    world.relay.instead = [&, first = world.laptop.now()](auto& exchange) {
+      attempts.push_back(secondsBetween(first, world.laptop.now()));
+      return death.act(exchange);
+    };
     world.engine().onCheckIn();
     world.laptop.advance(700 + 8 * death.lasts);
     const std::vector<double> pauses{5, 10, 20, 40, 80, 120, 120, 120};
     double due = 0;
-    ASSERT_GE(attempts.at.size(), pauses.size()) << death.name;
+    ASSERT_GE(attempts.size(), pauses.size()) << death.name;
     for (std::size_t i = 0; i < pauses.size(); ++i) {
-      EXPECT_NEAR(attempts.at[i], due, 0.001) << death.name << ", attempt " << i;
+      EXPECT_NEAR(attempts[i], due, 0.001) << death.name << ", attempt " << i;
       due += death.lasts + pauses[i];
     }
     EXPECT_EQ(world.control->status.get(), "Can't reach relay.example, retrying") << death.name;
@@ -72,10 +59,13 @@ TEST(RemoteChannel, AStreamThatDeliveredIsOpenedAgainAtOnceAndThePausesBeginAnew
     world.laptop.advance(36);  // 5, 10 and 20 have passed
     world.relay.instead = nullptr;
     world.laptop.advance(40);
-    EXPECT_EQ(world.control->status.get(), "Connected");
-    world.relay.keepalive(topic);
-    world.laptop.settle();
     const auto before = world.relay.subscriptions.size();
+    for (int i = 0; i < 80; ++i) {
+      world.relay.keepalive(topic);
+      world.laptop.advance(45);
+    }
+    EXPECT_EQ(world.control->status.get(), "Connected");
+    EXPECT_EQ(world.relay.subscriptions.size(), before) << "an hour in one stream";
     world.relay.instead = refuse;
     world.relay.cut(topic, clean);
     world.laptop.settle();
@@ -89,12 +79,11 @@ TEST(RemoteChannel, AStreamThatDeliveredIsOpenedAgainAtOnceAndThePausesBeginAnew
 
 TEST(RemoteChannel, AStreamThatEndedInPeaceWithoutADeliveryIsNoFailure) {
   RemoteWorld world;
-  world.laptop.settle();
   world.relay.cut(world.phone.topics.cmd, true);
-  world.laptop.advance(4);
+  world.laptop.advance(4.9);
   EXPECT_EQ(world.control->status.get(), "Connected");
   EXPECT_EQ(world.relay.subscriptions.size(), 1u);
-  world.laptop.advance(2);
+  world.laptop.advance(0.2);
   EXPECT_EQ(world.relay.subscriptions.size(), 2u);
 }
 
@@ -114,17 +103,6 @@ TEST(RemoteChannel, TheRelayCanAskForALongerPauseButNotForAShorterOne) {
     world.laptop.advance(0.2);
     EXPECT_EQ(world.relay.subscriptions.size(), before + 1) << status << " " << asked;
   }
-}
-
-TEST(RemoteChannel, KeepalivesKeepItOpenAndASilenceEndsIt) {
-  RemoteWorld world;
-  for (int i = 0; i < 80; ++i) {
-    world.laptop.advance(45);
-    world.relay.keepalive(world.phone.topics.cmd);
-  }
-  EXPECT_EQ(world.relay.subscriptions.size(), 1u) << "an hour in one stream";
-  world.laptop.advance(121);
-  EXPECT_EQ(world.relay.subscriptions.size(), 2u);
 }
 
 TEST(RemoteChannel, TheCursorIsWrittenBeforeTheMessageIsOpened) {
@@ -157,7 +135,6 @@ TEST(RemoteChannel, OnlyACursorThatCanBeOneIsAskedFor) {
            {" Ab12 \n", plain + "?since=Ab12"},
            {std::string(32, '7'), plain + "?since=" + std::string(32, '7')},
            {std::string(33, '7'), plain},
-           {"with-hyphen", plain},
            {"", plain},
            {"a&x=y", plain}}) {
     world.laptop.files().put(world.state.path("remote-cursor"), file);
@@ -176,10 +153,6 @@ TEST(RemoteChannel, ACheckInAndAWakeConnectAtOnceAndTakeAllThatWaited) {
   world.laptop.settle();
   EXPECT_EQ(world.ran.size(), 4u);
   EXPECT_EQ(world.http.openReads(), 1u) << "a wake never leaves two subscriptions";
-  for (int i = 0; i < 5; ++i) world.engine().onCheckIn();
-  world.laptop.settle();
-  EXPECT_EQ(world.http.openReads(), 1u);
-  EXPECT_EQ(world.ran.size(), 4u);
 }
 
 TEST(RemoteChannel, ACursorThatTheRelayHasForgottenBringsTheOldOnesButRunsNothingTwice) {
@@ -207,11 +180,9 @@ TEST(RemoteChannel, TheReplyIsOnePostThatTheNextCommandWaitsForButNotForLong) {
   EXPECT_EQ(world.ran.size(), 1u);
   world.laptop.advance(0.2);
   EXPECT_EQ(world.ran.size(), 2u);
-  const auto posts = world.http.exchanges().size();
+  const auto exchanges = world.http.exchanges().size();
   world.laptop.advance(60);
-  world.relay.keepalive(world.phone.topics.cmd);
-  EXPECT_FALSE(post.open());
-  EXPECT_EQ(world.http.exchanges().size(), posts) << "there is no second try";
+  EXPECT_EQ(world.http.exchanges().size(), exchanges) << "there is no second try";
 }
 
 TEST(RemoteChannel, ARelayThatMustNotBeUsedIsNotEvenAsked) {
@@ -248,12 +219,10 @@ TEST(LineCutter, CutsAnywhereAndLeavesOutWhatHasNoEnd) {
   LineCutter cutter;
   cutter.add("a\r\n\nb", keep);
   cutter.add("c\nd", keep);
-  EXPECT_EQ(lines, (std::vector<std::string>{"a", "bc"}));
   EXPECT_EQ(cutter.take(), "d");
   for (int i = 0; i < 40; ++i) cutter.add(std::string(8192, 'x'), keep);
   cutter.add("\nnext\n", keep);
-  EXPECT_EQ(lines.back(), "next");
-  EXPECT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines, (std::vector<std::string>{"a", "bc", "next"}));
 }
 
 }  // namespace

@@ -5,8 +5,6 @@
 namespace tovi {
 namespace {
 
-using testing::AssertionResult;
-
 TEST(RemoteControl, RunsEachOfTheCommandsThatAPhoneMayGiveAndNoOther) {
   RemoteWorld world;
   EXPECT_EQ(RemoteCrypto::allowed().size(), 13u);
@@ -21,26 +19,18 @@ TEST(RemoteControl, RunsEachOfTheCommandsThatAPhoneMayGiveAndNoOther) {
                                           {"re", "n13"},
                                           {"t", static_cast<std::int64_t>(unixSeconds(world.laptop.now()))},
                                           {"panel", world.panel}}));
+  for (const Json& none : {Json("text"), Json(), Json(5)}) {
+    Json command = world.command("panel");
+    command["args"] = none;
+    world.send(command);
+    EXPECT_EQ(world.ran.back().args, Json::object());
+  }
   for (const std::string name : {"status", "quit", "hold", "override_floor", "", "PANEL", "panel "}) {
     world.send(world.command(name));
     EXPECT_EQ(world.lastError(), name + " isn't allowed from the phone");
     EXPECT_FALSE(world.replies().back().contains("panel"));
   }
-  EXPECT_EQ(world.ran.size(), 13u);
-}
-
-TEST(RemoteControl, ArgumentsThatAreNoneCountAsEmpty) {
-  RemoteWorld world;
-  for (const Json& args : {Json("text"), Json::array({1}), Json(), Json(5)}) {
-    Json command = world.command("panel");
-    command["args"] = args;
-    world.send(command);
-    EXPECT_EQ(world.ran.back().args, Json::object());
-  }
-  Json without = world.command("panel");
-  without.erase("args");
-  world.send(without);
-  EXPECT_EQ(world.ran.size(), 5u);
+  EXPECT_EQ(world.ran.size(), 16u);
 }
 
 TEST(RemoteControl, RefusesReplaysFloodsAndWrongClocksInWords) {
@@ -54,35 +44,19 @@ TEST(RemoteControl, RefusesReplaysFloodsAndWrongClocksInWords) {
   EXPECT_EQ(error(command), "already handled");
   const std::string clock = "too old or from the future (check the phone's clock)";
   const double now = unixSeconds(world.laptop.now());
-  for (const auto& [t, expected] : std::vector<std::pair<Json, std::string>>{{now + 61, clock},
-                                                                             {now + 60, "(none)"},
-                                                                             {now - 360, clock},
-                                                                             {std::to_string(now), clock},
-                                                                             {-1, clock},
-                                                                             {1e300, clock},
-                                                                             {nullptr, clock}}) {
+  for (const Json& t : {Json(now - 360), Json(std::to_string(now)), Json(1e300), Json()}) {
     command = world.command("panel");
     command["t"] = t;
-    EXPECT_EQ(error(command), expected) << t;
+    EXPECT_EQ(error(command), clock) << t;
   }
   command = world.command("wake");
   command["t"] = now - 7200;
   EXPECT_EQ(error(command), "(none)");
-  command["n"] = std::string(65, 'x');
-  EXPECT_EQ(error(command), "bad id");
-  EXPECT_EQ(world.replies().back()["re"], std::string(65, 'x'));
   command["n"] = 7;
   EXPECT_EQ(error(command), "bad id");
-
-  world.laptop.advance(61);
-  world.ran.clear();
-  for (int i = 0; i < 30; ++i) EXPECT_EQ(error(world.command("panel")), "(none)");
-  command = world.command("panel");
-  EXPECT_EQ(error(command), "too many commands, wait a minute");
-  EXPECT_EQ(world.ran.size(), 30u);
-  world.laptop.advance(61);
-  command["t"] = unixSeconds(world.laptop.now());
-  EXPECT_EQ(error(command), "(none)") << "the refused id is still good";
+  for (int i = 0; i < 30; ++i) error(world.command("panel"));
+  EXPECT_EQ(world.lastError(), "too many commands, wait a minute");
+  EXPECT_EQ(world.ran.size(), 30u) << "what is refused doesn't run";
 }
 
 TEST(RemoteControl, NeverAnswersAStranger) {
@@ -94,14 +68,13 @@ TEST(RemoteControl, NeverAnswersAStranger) {
   for (const std::string& message :
        {std::string("garbage"), std::string(), stranger.sealed(world.command("panel")), good.substr(0, good.size() - 2),
         *RemoteCrypto::seal(json::compact(world.command("panel")), world.phone.key, world.phone.topics.reply),
-        RemoteCrypto::b64encode(std::string(27, 'x')), RemoteCrypto::b64encode(std::string(65537, 'x')), sealed("[1]"),
-        sealed("not json"), sealed(std::string(60000, '[')), sealed("\"text\""), sealed("")}) {
+        sealed("[1]"), sealed("not json"), sealed(std::string(60000, '[')), sealed("")}) {
     world.publish(message);
   }
   // Frames that no relay should send.
   for (const char* line :
-       {"\n", "[]\n", "null\n", "{\"event\":\"message\"}\n", "{\"event\":5,\"id\":[]}\n", "\xff\xfe\n",
-        "{\"event\":\"message\",\"id\":\"x\",\"message\":7}\n", "{\"event\":\"poll_request\",\"id\":\"p\"}\n"}) {
+       {"\n", "[]\n", "{\"event\":\"message\"}\n", "{\"event\":5,\"id\":[]}\n", "\xff\xfe\n",
+        "{\"event\":\"message\",\"id\":\"x\",\"message\":7}\n", "null\n", "{\"event\":\"poll_request\"}\n"}) {
     world.relay.tellSubscribers(topic, line);
   }
   world.laptop.settle();
@@ -127,8 +100,7 @@ TEST(RemoteControl, WhatPiledUpForTooLongIsDroppedWithoutAWord) {
   EXPECT_TRUE(world.replies().empty());
   EXPECT_EQ(frame(now - 299, world.command("panel")), 1u);
   EXPECT_EQ(frame(now - 10799, world.command("wake")), 2u);
-  for (const Json& odd : {Json("yesterday"), Json(), Json(-5), Json(1e300)}) frame(odd, world.command("panel"));
-  EXPECT_EQ(world.ran.size(), 6u) << "a time that is no number says nothing";
+  EXPECT_EQ(frame("yesterday", world.command("panel")), 3u) << "a time that is no number says nothing";
 }
 
 TEST(RemoteControl, TakesOneCommandAtATimeInTheirOrder) {
@@ -139,8 +111,8 @@ TEST(RemoteControl, TakesOneCommandAtATimeInTheirOrder) {
     return Json{{"event", "message"}, {"id", id}, {"message", world.phone.sealed(world.command("power"))}}.dump() +
            "\n";
   };
-  const std::string three = line("first") + line("second") + line("third");
-  for (const char piece : three) world.relay.tellSubscribers(topic, std::string(1, piece));
+  for (const char piece : line("first") + line("second") + line("third"))
+    world.relay.tellSubscribers(topic, std::string(1, piece));
   world.laptop.settle();
   ASSERT_EQ(world.ran.size(), 1u);
   EXPECT_EQ(world.cursor(), "first");
@@ -154,9 +126,6 @@ TEST(RemoteControl, TakesOneCommandAtATimeInTheirOrder) {
   ASSERT_EQ(world.replies().size(), 1u);
   ASSERT_EQ(world.ran.size(), 2u);
   EXPECT_EQ(world.cursor(), "fourth");
-  world.ran[1].result(world.result);
-  world.laptop.settle();
-  EXPECT_EQ(world.replies().size(), 2u);
 }
 
 TEST(RemoteControl, AReplyIsNotSentToAPairingThatIsNoMore) {
@@ -198,21 +167,15 @@ TEST(RemoteControl, AReplayAfterARestartIsKeptOutByCursorAndAge) {
 
 TEST(RemoteControl, PairsUnpairsAndPairsAgain) {
   RemoteWorld world(false);
-  EXPECT_FALSE(world.control->enabled());
   EXPECT_TRUE(world.relay.subscriptions.empty());
   world.control->enable(false);
   world.laptop.settle();
-  EXPECT_TRUE(world.control->enabled());
   const std::string key = world.control->settings().key;
-  EXPECT_EQ(world.relay.subscriptions.size(), 1u);
-  EXPECT_EQ(world.control->status.get(), "Connected");
   EXPECT_EQ(world.engine().remoteStatus.get(), "Connected");
-  world.publish("x");  // to nobody
 
   world.laptop.files().put(world.state.path("remote-cursor"), "abc");
   EXPECT_TRUE(world.control->disable());
   EXPECT_EQ(world.http.openReads(), 0u);
-  EXPECT_EQ(world.control->status.get(), std::nullopt);
   EXPECT_EQ(world.engine().remoteStatus.get(), std::nullopt);
   world.engine().onCheckIn();
   EXPECT_EQ(world.http.openReads(), 0u) << "a check-in doesn't connect what is off";
@@ -232,18 +195,14 @@ TEST(RemoteControl, PairsUnpairsAndPairsAgain) {
   world.control->enable(true);
   EXPECT_EQ(world.control->status.get(), "Couldn't save the pairing key");
   EXPECT_EQ(world.control->settings(), before);
-}
 
-TEST(RemoteControl, AKeyThatIsNoneIsReplacedAndUntilThenItIsOff) {
-  RemoteWorld world(false);
   world.control.reset();
   world.pair({{"enabled", true}, {"key", "short"}, {"server", "https://relay.example"}, {"panelUrl", ""}});
   world.control = world.newControl();
   world.laptop.settle();
-  EXPECT_FALSE(world.control->enabled());
-  EXPECT_TRUE(world.relay.subscriptions.empty());
+  EXPECT_EQ(world.http.openReads(), 0u) << "a key that is none";
   world.control->enable(false);
-  EXPECT_TRUE(world.control->settings().keyData());
+  EXPECT_TRUE(world.control->settings().keyData()) << "is replaced";
 }
 
 }  // namespace

@@ -1,27 +1,16 @@
-// The whole road in real time: a relay on loopback, the real web client, and a phone that others wrote.
+// The whole road in real time: a relay on loopback, and the real web client.
 
-#include <malloc.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 
-#include "core/Text.h"
 #include "linux/Helpers.h"
 #include "platform/linux/CurlHttp.h"
 #include "relay/LoopbackRelay.h"
 #include "remote/Phone.h"
 
-extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
-
 namespace tovi {
 namespace {
-
-// The process's size says nothing under a sanitizer, which keeps freed memory back.
-std::size_t allocatedBytes() {
-  return __sanitizer_get_current_allocated_bytes != nullptr ? __sanitizer_get_current_allocated_bytes()
-                                                            : ::mallinfo2().uordblks;
-}
 
 // An engine on a laptop in memory, whose phone channel runs on the real loop.
 struct Loopback : World {
@@ -30,7 +19,6 @@ struct Loopback : World {
   CurlHttp http{loop};
   Phone phone{kTestKey};
   std::vector<std::string> ran;
-  std::vector<std::string> modes;
   std::unique_ptr<RemoteControl> control;
 
   Loopback() {
@@ -45,8 +33,7 @@ struct Loopback : World {
     control = std::make_unique<RemoteControl>(
         engine(), http,
         [this](std::string_view command, const Json& args, const RemoteControl::Result& done) {
-          ran.emplace_back(command);
-          modes.push_back(args.value("mode", ""));
+          ran.push_back(std::string(command) + args.value("mode", ""));
           done({{"ok", true}, {"next", "Grüße"}});
         },
         [] {
@@ -60,20 +47,9 @@ struct Loopback : World {
   }
 };
 
-TEST(Loopback, ACommandGoesThereAndItsAnswerBack) {
+TEST(Loopback, WhatWasSentWhileTheStreamWasDownComesOnceAndReconnectionsLeaveNothingBehind) {
   Loopback world;
   world.relay.setPieces(50);  // lines come in pieces
-  world.connect();
-  world.relay.publish(world.phone.topics.cmd, world.sealed("panel"));
-  ASSERT_TRUE(runUntil(world.loop, [&] { return world.relay.on(world.phone.topics.reply).size() == 1; }));
-  const auto reply = world.phone.opened(world.relay.on(world.phone.topics.reply)[0].body);
-  ASSERT_TRUE(reply);
-  EXPECT_EQ(reply->at("ok"), true);
-  EXPECT_EQ(world.relay.requests().back().headers.at("cache"), "yes");
-}
-
-TEST(Loopback, WhatWasSentWhileTheStreamWasDownComesOnceAndNothingComesTwice) {
-  Loopback world;
   world.connect();
   const std::string& topic = world.phone.topics.cmd;
   world.relay.publish(topic, world.sealed("panel"));
@@ -85,23 +61,15 @@ TEST(Loopback, WhatWasSentWhileTheStreamWasDownComesOnceAndNothingComesTwice) {
   world.relay.publish(topic, world.sealed("preset"));
   world.connect();
   ASSERT_TRUE(runUntil(world.loop, [&] { return world.ran.size() == 3; }));
-  for (int i = 0; i < 20; ++i) {
-    world.relay.cutStreamsInLine();
+  const auto handles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+  const auto before = handles();
+  for (int i = 0; i < 24; ++i) {  // a phone may give thirty commands a minute
+    i % 2 == 0 ? world.relay.endStreams() : world.relay.cutStreamsInLine();
     world.relay.publish(topic, world.sealed("watch"));
     ASSERT_TRUE(runUntil(world.loop, [&] { return world.ran.size() == 4u + static_cast<std::size_t>(i); })) << i;
   }
+  EXPECT_LE(handles(), before + 4);
   EXPECT_EQ(world.ran[0] + " " + world.ran[1] + " " + world.ran[2], "panel mode preset");
-}
-
-TEST(Loopback, AnOverloadedRelayIsNotAskedAgainAtOnce) {
-  Loopback world;
-  world.relay.order({.status = 429, .body = RelayModel::error(42901, 429, "limit reached"), .retryAfter = "30"});
-  world.control = std::make_unique<RemoteControl>(
-      world.engine(), world.http, [](auto&&...) {}, [] { return Json::object(); });
-  ASSERT_TRUE(runUntil(world.loop, [&] { return world.control->status.get().has_value(); }));
-  EXPECT_EQ(world.control->status.get(), "Can't reach " + world.relay.url() + ", retrying");
-  runFor(world.loop, 0.05);
-  EXPECT_EQ(world.relay.requests().size(), 1u);
 }
 
 TEST(Loopback, APhoneThatOthersWroteIsUnderstoodAndUnderstands) {
@@ -110,55 +78,23 @@ TEST(Loopback, APhoneThatOthersWroteIsUnderstoodAndUnderstands) {
   world.connect();
   const std::string command = "timeout 20 node " + std::string(TOVI_INTEROP) + " " + world.relay.url() + " " + kTestKey;
   std::vector<Json> answers;
-  bool ended = false;
-  int status = -1;
+  std::optional<int> status;
   // The phone runs beside the loop, off the main thread.
   world.loop.offMain([&]() -> MainQueue::Task {
-    std::string output;
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), [](FILE*) { return 0; });
-    char room[4096];
-    while (std::fgets(room, sizeof room, pipe.get()) != nullptr) output += room;
-    const int code = ::pclose(pipe.get());
-    return [&, output, code] {
-      for (const auto line : text::pieces(output, "\n")) answers.push_back(json::parse(line).value_or(Json()));
-      status = code;
-      ended = true;
-    };
+    FILE* pipe = ::popen(command.c_str(), "r");
+    char line[4096];
+    while (std::fgets(line, sizeof line, pipe) != nullptr) answers.push_back(json::parse(line).value_or(Json()));
+    return [&status, code = ::pclose(pipe)] { status = code; };
   });
   ASSERT_TRUE(runUntil(
-      world.loop, [&] { return ended; }, 30));
+      world.loop, [&] { return status.has_value(); }, 30));
   ASSERT_EQ(status, 0);
   ASSERT_EQ(answers.size(), 3u);
   EXPECT_EQ(answers[0].value("re", ""), "n0");
   EXPECT_EQ(answers[0]["panel"]["headline"], "Close the lid: it sleeps ☕");
   EXPECT_EQ(answers[1]["next"], "Grüße");
-  EXPECT_EQ(world.modes, (std::vector<std::string>{"", "Grüße ☕"}));
+  EXPECT_EQ(world.ran, (std::vector<std::string>{"panel", "modeGrüße ☕"}));
   EXPECT_EQ(answers[2]["error"], "status isn't allowed from the phone");
-}
-
-TEST(Loopback, ReconnectionsLeaveNothingBehind) {
-  Loopback world;
-  world.connect();
-  const std::string& topic = world.phone.topics.cmd;
-  const auto turns = [&](int count) {
-    for (int i = 0; i < count; ++i) {
-      world.relay.publish(topic, "x");  // delivered, so that no pause follows
-      const std::string cursor = world.relay.on(topic).back().id;
-      if (!runUntil(world.loop, [&] { return world.state.read("remote-cursor") == cursor; })) return false;
-      world.relay.endStreams();
-      if (!runUntil(world.loop, [&] { return world.relay.streams() == 1; })) return false;
-    }
-    return true;
-  };
-  ASSERT_TRUE(turns(30));
-  const std::size_t handles = static_cast<std::size_t>(
-      std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator{}));
-  const std::size_t before = allocatedBytes();
-  ASSERT_TRUE(turns(60));
-  EXPECT_LE(static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                                                   std::filesystem::directory_iterator{})),
-            handles + 4);
-  EXPECT_LE(allocatedBytes(), before + 60 * 4096) << "the relay's own notes are a part of it";
 }
 
 }  // namespace

@@ -2,14 +2,10 @@
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cmath>
-#include <thread>
-
-#include "simulated/TemporaryFolder.h"
+#include "linux/Helpers.h"
 
 namespace tovi {
 namespace {
@@ -27,14 +23,13 @@ class LaptopOnAFolder : public testing::Test {
     here.sudoersFolder = "/private/etc/sudoers.d";
     here.localBin = "/usr/local/bin";
     here.executable = "/bin/true";
-    here.uid = 501;
     return here;
   }
-  std::unique_ptr<FolderLaptop> open(LinuxOptions options = {}) const {
-    return std::make_unique<FolderLaptop>(folder, surroundings(), std::move(options));
+  std::unique_ptr<FolderLaptop> open() const {
+    return std::make_unique<FolderLaptop>(folder, surroundings(), LinuxOptions{});
   }
-  LaptopSwitches stored() const { return LaptopSwitches::parse(place.read("laptop/switches.json")).value(); }
-  void report(const std::string& text) const { place.write("laptop/laptop.json", text); }
+  LaptopSwitches stored() const { return LaptopSwitches::parse(contents(folder + "/switches.json")).value(); }
+  void report(const std::string& text) const { put(folder + "/laptop.json", text); }
 
   // Runs the laptop's queue until `holds` or for ten seconds at most; whether it held.
   static bool waitFor(FolderLaptop& laptop, const std::function<bool()>& holds) {
@@ -49,18 +44,15 @@ class LaptopOnAFolder : public testing::Test {
   }
 
   // Runs `body` in a process of its own, which then ends without tidying up.
-  static pid_t inChild(const std::function<void()>& body) {
+  static pid_t inChild(const std::function<bool()>& body) {
     const pid_t child = ::fork();
-    if (child == 0) {
-      body();
-      ::_exit(0);
-    }
+    if (child == 0) ::_exit(body() ? 0 : 1);
     return child;
   }
-  static int statusOf(pid_t child) {
+  static bool succeeded(pid_t child) {
     int status = -1;
     ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return status == 0;
   }
 };
 
@@ -69,23 +61,14 @@ CommandResult pmset(FolderLaptop& laptop, std::vector<std::string> arguments) {
   return laptop.machine().commands.run("/usr/bin/sudo", arguments);
 }
 
-TEST_F(LaptopOnAFolder, IsMadeOnFirstUseAndNotBefore) {
-  const auto laptop = open();
-  EXPECT_FALSE(std::filesystem::exists(folder));
-  EXPECT_EQ(laptop->machine().power.clamshellClosed(), false);
-  const auto made = LaptopReport::parse(place.read("laptop/laptop.json"));
-  ASSERT_TRUE(made);
-  EXPECT_EQ(made->toJson(), LaptopReport{}.toJson());
-  EXPECT_EQ(stored().display(1), DisplaySwitch{});
-  EXPECT_FALSE(stored().sleepDisabled);
-}
-
-TEST_F(LaptopOnAFolder, KeepsWhatWasThereBeforeIt) {
+TEST_F(LaptopOnAFolder, IsMadeOnFirstUseAndKeepsWhatWasThereBeforeIt) {
+  FolderLaptop fresh(place / "fresh", surroundings(), {});
+  EXPECT_EQ(fresh.machine().power.clamshellClosed(), false);
+  EXPECT_EQ(contents(place / "fresh/laptop.json"), LaptopReport{}.toJson());
   report(R"({"lid": "none", "displays": [{"id": 7, "builtin": true}]})");
   const auto laptop = open();
   EXPECT_EQ(laptop->machine().power.clamshellClosed(), std::nullopt);
   EXPECT_EQ(laptop->machine().displays.online(), (std::vector<Display>{{7, true}}));
-  EXPECT_EQ(place.read("laptop/laptop.json"), R"({"lid": "none", "displays": [{"id": 7, "builtin": true}]})");
   EXPECT_TRUE(stored().displays.contains(7));
 }
 
@@ -115,36 +98,17 @@ TEST_F(LaptopOnAFolder, TwoChangesOfEqualLengthWithinOneMomentOfFileTimeAreBothS
   }
 }
 
-TEST_F(LaptopOnAFolder, ChangesOfTheFileReachTheApplication) {
-  report(R"({"events": {"didWake": 5}})");
+TEST_F(LaptopOnAFolder, AChangeOfTheFileIsToldWithinHalfASecond) {
   const auto laptop = open();
-  std::string heard;
-  PowerRegistry& power = laptop->machine().power;
-  const Registration all[] = {
-      power.onChange([&] { heard += "change "; }),       power.onThermalChange([&] { heard += "thermal "; }),
-      power.onWillSleep([&] { heard += "willSleep "; }), power.onPoweredOn([&] { heard += "poweredOn "; }),
-      power.onDidWake([&] { heard += "didWake "; }),
-  };
-  const struct {
-    const char* text;
-    const char* heard;
-  } cases[] = {
-      {R"({"lid": "closed", "events": {"didWake": 5}})", "change "},
-      {R"({"lid": "closed", "events": {"didWake": 6}})", "didWake "},
-      {R"({"lid": "closed", "thermal": 2, "events": {"didWake": 6}})", "thermal "},
-      {R"({"lid": "closed", "thermal": 2, "events": {"didWake": 6, "willSleep": 9}})", "willSleep "},
-      {R"({"lid": "open", "events": {"didWake": 7, "willSleep": 9, "poweredOn": 1}})",
-       "change thermal poweredOn didWake "},
-  };
-  Seconds fastest{60};
-  for (const auto& [text, expected] : cases) {
-    heard.clear();
+  Seconds fastest{60};  // of all, so that a busy computer doesn't decide
+  int heard = 0;
+  const auto thermal = laptop->machine().power.onThermalChange([&] { ++heard; });
+  for (const int count : {1, 2, 3}) {
     const auto begin = std::chrono::steady_clock::now();
-    report(text);
-    EXPECT_TRUE(waitFor(*laptop, [&, &wanted = expected] { return heard == wanted; })) << heard << " / " << expected;
+    report("{\"thermal\": " + std::to_string(count) + "}");
+    EXPECT_TRUE(waitFor(*laptop, [&] { return heard == count; }));
     fastest = std::min(fastest, Seconds{std::chrono::steady_clock::now() - begin});
   }
-  // Of all, so that a busy computer doesn't decide.
   EXPECT_LT(fastest.count(), 0.5);
 }
 
@@ -166,20 +130,13 @@ TEST_F(LaptopOnAFolder, SleepAskedForByAnotherProcessIsHeardOnce) {
   PowerRegistry& power = resident->machine().power;
   const auto onSleep = power.onWillSleep([&] { ++sleeps; });
   const auto onWake = power.onPoweredOn([&] { ++wakes; });
-  EXPECT_EQ(statusOf(inChild([&] {
-              const auto other = open();
-              if (pmset(*other, {"sleepnow"}).code != 0) ::_exit(1);
-            })),
-            0);
+  EXPECT_TRUE(succeeded(inChild([&] { return pmset(*open(), {"sleepnow"}).code == 0; })));
   EXPECT_TRUE(waitFor(*resident, [&] { return sleeps == 1; }));
   EXPECT_TRUE(stored().asleep);
-  report(R"({"events": {"poweredOn": 1}})");
-  EXPECT_TRUE(waitFor(*resident, [&] { return wakes == 1; }));
-  EXPECT_FALSE(stored().asleep);
   EXPECT_EQ(pmset(*resident, {"sleepnow"}).code, 0);
   // The sleep is told even when a wake ends it before the queue came to look.
-  report(R"({"events": {"poweredOn": 2}})");
-  EXPECT_TRUE(waitFor(*resident, [&] { return wakes == 2; }));
+  report(R"({"events": {"poweredOn": 1}})");
+  EXPECT_TRUE(waitFor(*resident, [&] { return wakes == 1; }));
   EXPECT_EQ(sleeps, 2);
   EXPECT_FALSE(stored().asleep);
 }
@@ -210,11 +167,9 @@ TEST_F(LaptopOnAFolder, ChangesOfTwoProcessesDontUndoEachOther) {
     }
     return true;
   };
-  const pid_t child = inChild([&] {
-    if (!turn(2)) ::_exit(1);
-  });
+  const pid_t child = inChild([&] { return turn(2); });
   EXPECT_TRUE(turn(1));
-  EXPECT_EQ(statusOf(child), 0);
+  EXPECT_TRUE(succeeded(child));
   EXPECT_EQ(stored().display(1).brightness, 0.9);
   EXPECT_EQ(stored().display(2).brightness, 0.9);
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -224,40 +179,39 @@ TEST_F(LaptopOnAFolder, ChangesOfTwoProcessesDontUndoEachOther) {
 
 TEST_F(LaptopOnAFolder, CommandsOfTwoThreadsDontUndoEachOther) {
   const auto laptop = open();
-  Machine machine = laptop->machine();
-  std::thread setUp([&] {
+  std::thread setUp([&, machine = laptop->machine()] {
     for (int i = 0; i < 50; ++i)
       machine.commands.run("/usr/bin/sudo", {"-n", "/usr/bin/tmutil", i % 2 ? "enable" : "disable"});
   });
   for (int i = 0; i < 50; ++i) pmset(*laptop, {"-a", "disablesleep", i % 2 ? "1" : "0"});
   setUp.join();
+  EXPECT_TRUE(stored().sleepDisabled && stored().autoBackup);
+}
+
+TEST_F(LaptopOnAFolder, ACrowdOfFirstUsersMakesOneLaptop) {
+  std::vector<pid_t> children;
+  for (int i = 0; i < 6; ++i) {
+    children.push_back(inChild([&] {
+      const auto laptop = open();
+      return pmset(*laptop, {"-a", "disablesleep", "1"}).code == 0 && laptop->machine().power.sleepDisabled() == true;
+    }));
+  }
+  for (const pid_t child : children) EXPECT_TRUE(succeeded(child));
   EXPECT_TRUE(stored().sleepDisabled);
-  EXPECT_TRUE(stored().autoBackup);
 }
 
 TEST_F(LaptopOnAFolder, TheScreensAssertionEndsWithTheLastProcessThatHeldIt) {
   const auto laptop = open();
   Assertions& assertions = laptop->machine().assertions;
-  int ready[2];
-  ASSERT_EQ(::pipe(ready), 0);
-  const pid_t child = inChild([&] {
-    const auto other = open();
-    const char held = other->machine().assertions.holdDisplayAwake("x") != 0 ? 'y' : 'n';
-    if (::write(ready[1], &held, 1) == 1) ::pause();
-  });
-  char held = 0;
-  ASSERT_EQ(::read(ready[0], &held, 1), 1);
-  EXPECT_EQ(held, 'y');
-  const auto own = assertions.holdDisplayAwake("y");
-  EXPECT_NE(own, 0u);
-  assertions.release(own);
+  Child child{[&] {
+    static const auto other = open();
+    other->machine().assertions.holdDisplayAwake("x");
+  }};
+  assertions.release(assertions.holdDisplayAwake("y"));
   EXPECT_TRUE(stored().displayAssertion) << "the other one holds it still";
-  ::kill(child, SIGKILL);
-  EXPECT_EQ(statusOf(child), 128 + SIGKILL);
+  child.end();
   EXPECT_EQ(pmset(*laptop, {"-a", "disablesleep", "0"}).code, 0);
   EXPECT_FALSE(stored().displayAssertion) << "what a killed process held goes with it";
-  ::close(ready[0]);
-  ::close(ready[1]);
 }
 
 TEST_F(LaptopOnAFolder, WritesDownCommandsAndNotices) {
@@ -267,21 +221,19 @@ TEST_F(LaptopOnAFolder, WritesDownCommandsAndNotices) {
   EXPECT_EQ(commands.run("/bin/sh", {"-c", "echo one;\nexit 3"}).out, "one\n");
   EXPECT_EQ(commands.run("/bin/true", {"now"}).code, 1);
   EXPECT_EQ(commands.run("/no/such/tool", {}).code, -1);
-  EXPECT_EQ(commands.run("/usr/bin/open", {"-g", "-b", "com.norvane.Tovi"}).code, 1);
   commands.spawn("/bin/true", {"later"});
   const auto child = commands.start("/bin/true", {"person"});
   ASSERT_TRUE(child);
   EXPECT_EQ(commands.wait(*child), 0);
-  EXPECT_EQ(place.read("laptop/commands.log"),
+  EXPECT_EQ(contents(folder + "/commands.log"),
             "3\t/bin/sh -c echo one; exit 3\n"
             "1\t/bin/true now\n"
             "-1\t/no/such/tool\n"
-            "1\t/usr/bin/open -g -b com.norvane.Tovi\n"
             "0\t/bin/true later\n");
   laptop->machine().notices.notify("Ti\"tle\n", "bad \xff byte");
   laptop->machine().notices.play("Tink");
   laptop->machine().notices.play("Nothing");
-  EXPECT_EQ(place.read("laptop/notices.log"),
+  EXPECT_EQ(contents(folder + "/notices.log"),
             "{\"kind\":\"notification\",\"title\":\"Ti\\\"tle\\n\",\"body\":\"bad \xef\xbf\xbd byte\"}\n"
             "{\"kind\":\"sound\",\"name\":\"Tink\"}\n");
 }
@@ -291,62 +243,40 @@ TEST_F(LaptopOnAFolder, SetUpStaysInsideTheFolder) {
   const auto laptop = open();
   Machine machine = laptop->machine();
   EXPECT_EQ(machine.surroundings.sudoersFolder, folder + "/root/private/etc/sudoers.d");
-  EXPECT_EQ(machine.surroundings.localBin, folder + "/root/usr/local/bin");
-  place.write("tmp/rule", "# Rule\nanna ALL=(root) NOPASSWD: TOVI_PMSET\n");
+  put(place / "tmp/rule", "# Rule\nanna ALL=(root) NOPASSWD: TOVI_PMSET\n");
   // The usual places stand for the laptop's own, however the text names them.
   const ElevationResult result = machine.commands.runElevated(
       "/bin/mkdir -p /private/etc/sudoers.d && /usr/bin/install -m 0440 -o root -g wheel '" + (place / "tmp/rule") +
           "' /private/etc/sudoers.d/.tovi.staging && /usr/sbin/visudo -cf " + folder +
           "/root/private/etc/sudoers.d/.tovi.staging && /bin/mv -f /private/etc/sudoers.d/.tovi.staging "
-          "/private/etc/sudoers.d/tovi && /bin/mkdir -p /usr/local/bin && /bin/ln -sf /bin/true /usr/local/bin/tovi",
+          "/private/etc/sudoers.d/tovi",
       "May I?");
   EXPECT_EQ(result.outcome, ElevationResult::Outcome::done) << result.message;
-  EXPECT_EQ(machine.files.resolve(folder + "/root/usr/local/bin/tovi"), machine.files.resolve("/bin/true"));
   EXPECT_TRUE(machine.files.exists(folder + "/root/private/etc/sudoers.d/tovi"));
   EXPECT_EQ(pmset(*laptop, {"-a", "disablesleep", "0"}).code, 0);
-  EXPECT_NE(place.read("laptop/laptop.json").find("\"note\": \"kept\""), std::string::npos);
+  EXPECT_NE(contents(folder + "/laptop.json").find("\"note\": \"kept\""), std::string::npos);
   EXPECT_EQ(machine.commands.runElevated("/bin/rm -f /private/etc/sudoers.d/tovi", "").outcome,
             ElevationResult::Outcome::done);
   EXPECT_EQ(pmset(*laptop, {"-a", "disablesleep", "0"}).code, 1);
 }
 
 TEST_F(LaptopOnAFolder, EnergyOfRunningProcessesComesFromTheBusyTime) {
-  const long second = ::sysconf(_SC_CLK_TCK);
   // user nice system idle iowait irq softirq steal: idle, iowait and steal don't count.
-  const auto busy = [&](double seconds) {
-    const long each = std::lround(seconds * static_cast<double>(second) / 5);
-    place.write("proc/stat", fmt::format("cpu  {0} {0} {0} 999999 999999 {0} {0} 999999 0 0\ncpu0 1 1 1 1\n", each));
+  const auto busy = [&](long each) {
+    put(place / "proc/stat", fmt::format("cpu  {0} {0} {0} 999999 999999 {0} {0} 999999 0 0\n", each));
   };
   busy(0);
   report(R"({"telemetrySeconds": 0.1, "wattsPerCore": 10})");
   LinuxOptions options;
   options.procRoot = place / "proc";
-  const auto laptop = open(options);
-  const auto read = [&] { return laptop->machine().power.battery()->powerTelemetry.value(); };
-  const auto first = read();
-  EXPECT_EQ(first.systemLoad, 5000) << "2 W, 0.6 W of the panel and 0.8 of 3 W";
+  FolderLaptop laptop(folder, surroundings(), options);
+  const auto read = [&] { return laptop.machine().power.battery()->powerTelemetry.value(); };
+  EXPECT_EQ(read().systemLoad, 5000) << "2 W, 0.6 W of the panel and 0.8 of 3 W";
   std::this_thread::sleep_for(std::chrono::milliseconds(150));
-  busy(5);  // 50 J within the span
-  const auto now = read();
-  const auto count = now.systemLoadAccumulatorCount.value() - first.systemLoadAccumulatorCount.value();
-  EXPECT_GE(count, 1);
-  const double mean = static_cast<double>(now.accumulatedSystemLoad.value() - first.accumulatedSystemLoad.value()) /
-                      static_cast<double>(count) / 1000;
-  EXPECT_GT(mean, 5 + 50 / 10.0) << "watts";
-  EXPECT_LT(mean, 5 + 50 / 0.15);
-}
-
-TEST_F(LaptopOnAFolder, ACrowdOfFirstUsersMakesOneLaptop) {
-  std::vector<pid_t> children;
-  for (int i = 0; i < 6; ++i) {
-    children.push_back(inChild([&] {
-      const auto laptop = open();
-      if (pmset(*laptop, {"-a", "disablesleep", "1"}).code != 0) ::_exit(1);
-      if (laptop->machine().power.sleepDisabled() != true) ::_exit(2);
-    }));
-  }
-  for (const pid_t child : children) EXPECT_EQ(statusOf(child), 0);
-  EXPECT_TRUE(stored().sleepDisabled);
+  busy(::sysconf(_SC_CLK_TCK));  // five seconds of one core, 50 J
+  const auto now = read().systemLoad.value();
+  EXPECT_GT(now, 5000 + 1000);
+  EXPECT_LT(now, 5000 + 50'000 / 0.15);
 }
 
 TEST(FolderLaptop, TheVariableNamesAnAbsoluteFolder) {
@@ -355,7 +285,6 @@ TEST(FolderLaptop, TheVariableNamesAnAbsoluteFolder) {
   ::setenv("TOVI_MACHINE", "", 1);
   EXPECT_FALSE(FolderLaptop::folderFromEnvironment());
   ::unsetenv("TOVI_MACHINE");
-  EXPECT_FALSE(FolderLaptop::folderFromEnvironment());
 }
 
 }  // namespace

@@ -36,32 +36,6 @@ TEST_F(QueueInMemory, RunsInTheOrderOfTime) {
   EXPECT_EQ(secondsBetween(start, laptop.now()), 6);
 }
 
-TEST_F(QueueInMemory, APostedTaskRunsBeforeALaterTimer) {
-  const auto first = queue.after(Seconds{1}, [&] { queue.post(note("posted")); });
-  const auto second = queue.after(Seconds{1.5}, note("timer"));
-  laptop.advance(2);
-  EXPECT_EQ(order, "posted@1 timer@2 ");
-}
-
-TEST_F(QueueInMemory, AnEndedRegistrationIsSilent) {
-  Registration doomed = queue.every(Seconds{1}, Seconds{0}, note("doomed"));
-  Registration self;
-  self = queue.every(Seconds{1}, Seconds{0}, [&] {
-    order += "self ";
-    self.reset();
-    doomed.reset();
-  });
-  laptop.advance(3);
-  EXPECT_EQ(order, "doomed@1 self ");
-}
-
-TEST_F(QueueInMemory, LateTimersKeepTheirGrid) {
-  laptop.queue().setLateness(1);
-  const auto every = queue.every(Seconds{10}, Seconds{3}, note("t"));
-  laptop.advance(40);
-  EXPECT_EQ(order, "t@13 t@23 t@33 ");
-}
-
 TEST_F(QueueInMemory, LeafWorkComesBackOnALaterTurn) {
   queue.offMain([&]() -> MainQueue::Task {
     order += "work ";
@@ -74,35 +48,8 @@ TEST_F(QueueInMemory, LeafWorkComesBackOnALaterTurn) {
   order.clear();
   laptop.queue().setLeafDelay(Seconds{3});
   queue.offMain([&] { return note("slow"); });
-  queue.offMain([] { return MainQueue::Task{}; });
   laptop.advance(5);
   EXPECT_EQ(order, "slow@3 ");
-}
-
-TEST_F(QueueInMemory, RunUntilGoesByTheWallClockEvenWhenItIsSet) {
-  const auto set = queue.after(Seconds{10}, [&] { laptop.stepClock(3600); });
-  const auto later = queue.after(Seconds{20}, note("later"));
-  const Seconds before = laptop.machine().clock.sinceBoot();
-  laptop.runUntil(start + 3615.0);
-  EXPECT_EQ(order, "");
-  EXPECT_NEAR((laptop.machine().clock.sinceBoot() - before).count(), 15, 1e-6);
-  laptop.runUntil(start + 3620.0);
-  EXPECT_EQ(order, "later@3620 ");
-}
-
-TEST_F(QueueInMemory, RunEndsWhenStoppedOrIdle) {
-  const auto every = queue.every(Seconds{1}, Seconds{0}, note("t"));
-  const auto stop = queue.after(Seconds{2.5}, [&] { queue.stop(); });
-  queue.run();
-  EXPECT_EQ(order, "t@1 t@2 ");
-  MemoryLaptop idle;
-  idle.machine().queue.run();
-}
-
-TEST_F(QueueInMemory, TasksThatPostEachOtherForEverAreFound) {
-  std::function<void()> again = [&] { queue.post(again); };
-  queue.post(again);
-  EXPECT_THROW(laptop.settle(), std::logic_error);
 }
 
 TEST_F(QueueInMemory, TimersStandStillWhileTheMachineSleeps) {

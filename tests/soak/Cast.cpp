@@ -60,7 +60,7 @@ Pid Cast::start(Part part, MemoryProcess process, std::int64_t tick) {
   if (laptop_.processes().stopped(process.parent)) process.parent = 1;  // it can't start anything
   std::erase_if(actors_, [&](const Actor& actor) { return actor.pid == process.pid; });
   if (process.arguments.empty()) process.arguments = {process.path};
-  if (process.workingDirectory.empty()) process.workingDirectory = "/";
+  if (process.workingDirectory.empty()) process.workingDirectory += '/';
   const Pid pid = laptop_.processes().add(std::move(process));
   actors_.push_back({.pid = pid,
                      .start = *laptop_.processes().startTime(pid),
@@ -71,20 +71,15 @@ Pid Cast::start(Part part, MemoryProcess process, std::int64_t tick) {
 }
 
 Pid Cast::startApp(const AppKind& app, std::int64_t tick) {
-  MemoryProcess process;
-  process.path = std::string(app.path) + "/Contents/MacOS/" + app.name;
-  process.watts = random_.real(0.01, 0.8);
-  process.cores = process.watts / 4;
-  return start(Part::application, std::move(process), tick);
+  const double watts = random_.real(0.01, 0.8);
+  const std::string path = std::string(app.path) + "/Contents/MacOS/" + app.name;
+  return start(Part::application, {.path = path, .watts = watts, .cores = watts / 4}, tick);
 }
 
 Pid Cast::startAgent(std::int64_t tick) {
   const auto& kind = random_.pick(kAgents);
-  MemoryProcess process;
-  process.path = kind[0];
-  process.arguments = {kind[0]};
+  MemoryProcess process{.path = kind[0], .arguments = {kind[0]}, .workingDirectory = "/home/anna/project"};
   if (*kind[1] != '\0') process.arguments.emplace_back(kind[1]);
-  process.workingDirectory = "/home/anna/project";
   // From a shell in a terminal, from an application, or from nobody who can be seen.
   Pid parent = random_.chance(0.7) ? any(Part::shell) : random_.chance(0.6) ? any(Part::application) : 1;
   process.parent = parent == 0 ? 1 : parent;
@@ -94,12 +89,9 @@ Pid Cast::startAgent(std::int64_t tick) {
 }
 
 Pid Cast::startTool(Pid parent, std::int64_t tick) {
-  MemoryProcess process;
-  process.path = random_.pick(kTools);
-  process.parent = parent;
-  process.watts = random_.chance(0.5) ? random_.real(0.3, 3) : 0;
-  process.cores = process.watts / 4;
-  return start(Part::tool, std::move(process), tick);
+  const char* const path = random_.pick(kTools);
+  const double watts = random_.chance(0.5) ? random_.real(0.3, 3) : 0;
+  return start(Part::tool, {.parent = parent, .path = path, .watts = watts, .cores = watts / 4}, tick);
 }
 
 void Cast::exit(Pid pid) {

@@ -64,12 +64,11 @@ void appStarts(World& world) {
 void appStartsHelper(World& world) {
   const Pid parent = world.cast.any(Part::application);
   if (parent == 0 || world.cast.count(Part::helper) >= 8) return;
-  MemoryProcess helper;
-  const std::string path = world.laptop.processes().find(parent)->path;
-  helper.path = path.substr(0, path.rfind("/MacOS/")) + "/Frameworks/Helper.app/Contents/MacOS/Helper";
-  helper.parent = parent;
-  helper.watts = world.random.real(0, 0.5);
-  world.tell(fmt::format("{} starts {}", parent, world.cast.start(Part::helper, std::move(helper), world.ticks())));
+  std::string path = world.laptop.processes().find(parent)->path;
+  path = path.substr(0, path.rfind("/MacOS/")) + "/Frameworks/Helper.app/Contents/MacOS/Helper";
+  const Pid helper = world.cast.start(
+      Part::helper, {.parent = parent, .path = path, .watts = world.random.real(0, 0.5)}, world.ticks());
+  world.tell(fmt::format("{} starts {}", parent, helper));
 }
 
 void appBecomesAnother(World& world) {
@@ -90,11 +89,8 @@ void appChangesItsDraw(World& world) {
 void shellComes(World& world) {
   const Pid terminal = world.cast.any(Part::application);
   if (terminal == 0 || world.cast.count(Part::shell) >= 4) return;
-  MemoryProcess shell;
-  shell.path = "/bin/zsh";
-  shell.parent = terminal;
-  world.tell(
-      fmt::format("{} starts shell {}", terminal, world.cast.start(Part::shell, std::move(shell), world.ticks())));
+  const Pid shell = world.cast.start(Part::shell, {.parent = terminal, .path = "/bin/zsh"}, world.ticks());
+  world.tell(fmt::format("{} starts shell {}", terminal, shell));
 }
 
 void shellBecomesAgent(World& world) {
@@ -120,28 +116,20 @@ void pidIsReused(World& world) {
   }
   const auto& from = touched.empty() || world.random.chance(0.3) ? others : touched;
   if (from.empty() || world.cast.count(Part::stranger) >= 6) return;
-  MemoryProcess stranger;
-  stranger.pid = world.random.pick(from);
-  stranger.path = "/usr/bin/less";
-  stranger.stopped = true;
+  const Pid pid = world.random.pick(from);
   ++world.counts.pidsReused;
-  world.tell(fmt::format("{} belongs to a stranger now", stranger.pid));
-  world.cast.exit(stranger.pid);
-  world.cast.start(Part::stranger, std::move(stranger), world.ticks());
+  world.tell(fmt::format("{} belongs to a stranger now", pid));
+  world.cast.exit(pid);
+  world.cast.start(Part::stranger, {.pid = pid, .path = "/usr/bin/less", .stopped = true}, world.ticks());
 }
 
 void strangerGoes(World& world) { someoneGoes(world, Part::stranger); }
 
 void simulatorBoots(World& world) {
   if (world.cast.count(Part::simulator) >= 4) return;
-  MemoryProcess device;
-  device.path = "/Library/Developer/CoreSimulator/Volumes/iOS/launchd_sim";
-  const Pid root = world.cast.start(Part::simulator, std::move(device), world.ticks());
-  MemoryProcess inside;
-  inside.path = "/Library/Developer/CoreSimulator/Volumes/iOS/SpringBoard";
-  inside.parent = root;
-  inside.watts = 0.3;
-  world.cast.start(Part::simulator, std::move(inside), world.ticks());
+  const std::string folder = "/Library/Developer/CoreSimulator/Volumes/iOS/";
+  const Pid root = world.cast.start(Part::simulator, {.path = folder + "launchd_sim"}, world.ticks());
+  world.cast.start(Part::simulator, {.parent = root, .path = folder + "SpringBoard", .watts = 0.3}, world.ticks());
   world.tell(fmt::format("simulator {} boots", root));
 }
 

@@ -226,7 +226,7 @@ Verdict whoIsNeededIsFreed(World& world, Memory& memory) {
 }
 
 // What still differs from how the person left it.
-Verdict changed(World& world, const Memory& memory) {
+Verdict changed(World& world, const Memory& memory, bool screenToo) {
   std::vector<std::string> left;
   for (const auto& [actor, process] : memory.touched) {
     left.push_back(fmt::format("{} ({}) is {}", actor->pid, process->path, process->stopped ? "stopped" : "slow"));
@@ -234,11 +234,12 @@ Verdict changed(World& world, const Memory& memory) {
   const LaptopSwitches& switches = world.laptop.switches();
   if (switches.batteryMode.begin()->second != world.powerMode) left.emplace_back("the power mode");
   if (switches.autoBackup != world.autoBackup) left.emplace_back("backups");
-  if (!switches.display(1).enabled) left.emplace_back("the screen is off");
-  if (switches.display(1).brightness != world.brightness) left.emplace_back("the screen's brightness");
+  if (screenToo && !switches.display(1).enabled) left.emplace_back("the screen is off");
+  if (screenToo && switches.display(1).brightness != world.brightness) left.emplace_back("the screen's brightness");
   if (switches.displayAssertion) left.emplace_back("the screen is kept awake");
   for (const std::string& record : memory.records) {
-    if (record != "hold") left.push_back(record);
+    const bool ofScreen = record == "brightness-restore" || record == "display-off";
+    if (record != "hold" && (screenToo || !ofScreen)) left.push_back(record);
   }
   if (left.empty()) return kHolds;
   return fmt::format("{}", fmt::join(left, ", "));
@@ -247,7 +248,7 @@ Verdict changed(World& world, const Memory& memory) {
 Verdict withoutASessionNothingIsChanged(World& world, Memory& memory) {
   const Engine* engine = world.engine();
   if (engine == nullptr || (engine->lidClosed && engine->holding) || engine->measuring) return kHolds;
-  return changed(world, memory);
+  return changed(world, memory, !engine->lidClosed);  // nobody sees a screen under the lid
 }
 
 Verdict theLidIsKnown(World& world, Memory&) {
@@ -273,7 +274,7 @@ Verdict nothingOutlivesACrashByMoreThanTheWatchdogsMinute(World& world, Memory& 
   const auto allowed = static_cast<std::int64_t>((106 + world.clockBehindBeat) / World::kTick);
   if (world.app || !watchdogWatches(world) || !world.settled(allowed)) return kHolds;
   if (world.laptop.switches().sleepDisabled || memory.records.contains("hold")) return "sleep is off";
-  return changed(world, memory);
+  return changed(world, memory, true);
 }
 
 Verdict onlyAReasonKeepsItAwake(World& world, Memory& memory) {

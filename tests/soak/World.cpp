@@ -38,12 +38,6 @@ constexpr const char* kRefusals[] = {"pmset -a disablesleep 0",
                                      "launchctl",
                                      "display-assertion"};
 
-MemoryLaptop::Options options() {
-  MemoryLaptop::Options options;
-  options.pid = Cast::kFirst - 1;
-  return options;
-}
-
 }  // namespace
 
 std::span<const Counts::Row> Counts::rows() {
@@ -77,7 +71,7 @@ void Counts::add(const Counts& other) {
 
 World::World(std::uint64_t seed, Autopsy autopsy)
     : random(seed),
-      laptop(options()),
+      laptop({.pid = Cast::kFirst - 1}),
       key(*RemoteCrypto::b64decode(kPhoneKey)),
       topics(RemoteCrypto::topics(key)),
       autopsy_(std::move(autopsy)) {
@@ -117,16 +111,10 @@ void World::tell(std::string what) {
 
 void World::startWorkOnce() {
   for (const char* daemon : {"/usr/libexec/logd", "/usr/sbin/cfprefsd", "/System/Library/CoreServices/Dock.app/Dock"}) {
-    MemoryProcess process;
-    process.path = daemon;
-    process.watts = 0.01;
-    cast.start(Part::daemon, std::move(process), ticks_);
+    cast.start(Part::daemon, {.path = daemon, .watts = 0.01}, ticks_);
   }
   const Pid terminal = cast.startApp(kAppKinds[random.whole(0, 1)], ticks_);
-  MemoryProcess shell;
-  shell.path = "/bin/zsh";
-  shell.parent = terminal;
-  cast.start(Part::shell, std::move(shell), ticks_);
+  cast.start(Part::shell, {.parent = terminal, .path = "/bin/zsh"}, ticks_);
   for (int i = 0; i < 4; ++i) cast.startApp(random.pick(kAppKinds), ticks_);
 }
 

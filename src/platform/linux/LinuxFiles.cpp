@@ -97,11 +97,15 @@ std::optional<std::vector<std::string>> LinuxFiles::list(const std::string& fold
 }
 
 bool LinuxFiles::create(const std::string& path, std::optional<unsigned> mode) {
-  const FileDescriptor file{
-      ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, mode.value_or(0644) & 07777)};
+  // In a folder that others write to, what lies there may be a stranger's link to some other file.
+  const auto anew = [&] {
+    return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode.value_or(0644) & 07777);
+  };
+  FileDescriptor file{anew()};
+  if (!file && errno == EEXIST && ::unlink(path.c_str()) == 0) file = FileDescriptor{anew()};
   if (!file) return false;
   if (!mode) return true;
-  // The process's mask may have narrowed it, and a file that was there keeps its own.
+  // The process's mask may have narrowed it.
   struct stat about;
   if (::fstat(file.get(), &about) != 0) return false;
   return (about.st_mode & 07777) == (*mode & 07777) || ::fchmod(file.get(), *mode & 07777) == 0;

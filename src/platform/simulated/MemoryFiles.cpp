@@ -239,21 +239,12 @@ std::optional<std::vector<std::string>> MemoryFiles::list(const std::string& fol
 }
 
 bool MemoryFiles::create(const std::string& path, std::optional<unsigned> mode) {
-  const Walk at = walk(path, Last::follow);
-  if (at.node) {
-    if (at.node->kind != kFile || at.readOnly || (at.node->mode & kWrite) == 0) return false;
-    return faults_.perform("create", path, [&] {
-      at.node->bytes.clear();
-      at.node->modified = clock_.now();
-      changed(at.folder(), at.last);
-      return true;
-    });
-  }
-  if (!at.mayChangeNames() || path.ends_with('/')) return false;
+  const Walk at = walk(path, Last::keep);
+  if ((at.node && at.node->kind == kFolder) || !at.mayChangeNames() || path.ends_with('/')) return false;
   return faults_.perform("create", path, [&] {
     if (full_) return false;
     remember(at.folder(), at.last);
-    at.folder().entries.emplace(at.last, make(kFile, mode.value_or(0644)));
+    at.folder().entries.insert_or_assign(at.last, make(kFile, mode.value_or(0644)));
     at.folder().modified = clock_.now();
     changed(at.folder(), at.last);
     return true;
