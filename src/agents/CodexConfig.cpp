@@ -38,9 +38,12 @@ std::string_view textOf(std::string_view text, const TomlItem& item) {
   return text.substr(item.begin, item.end - item.begin);
 }
 
+// Of a line that has one; a file may mix them.
+std::string_view lineBreakAtEnd(std::string_view line) { return line.ends_with("\r\n") ? "\r\n" : "\n"; }
+
 // Nothing but what TOML takes for blank: after anything else no header may stand on the same line.
 bool isBlank(std::string_view line) {
-  if (line.ends_with('\n')) line.remove_suffix(line.ends_with("\r\n") ? 2 : 1);
+  if (line.ends_with('\n')) line.remove_suffix(lineBreakAtEnd(line).size());
   return line.find_first_not_of(" \t") == std::string_view::npos;
 }
 
@@ -114,7 +117,9 @@ std::optional<std::string> codexUpdated(std::string_view text, std::string_view 
   }
   if (range->second < items->size()) updated += text.substr((*items)[range->second].begin);
   // A file without a last line break doesn't get one.
-  if (!text.ends_with('\n') && updated.ends_with(lineBreak)) updated.resize(updated.size() - lineBreak.size());
+  if (!text.ends_with('\n') && updated.ends_with('\n')) {
+    updated.resize(updated.size() - lineBreakAtEnd(updated).size());
+  }
   return updated;
 }
 

@@ -36,6 +36,8 @@ TEST(CodexTable, ChangesItsTwoLinesAndNoOtherByte) {
        header + kOurs + "z = 1\n"},
       {"quotes before the closing ones", header + "command = \"\"\"a\\\"\"\"\"\"\nz = 1\n", header + kOurs + "z = 1\n"},
       {"a header without a line break", "[mcp_servers.tovi]", header + kOurs.substr(0, kOurs.size() - 1)},
+      {"mixed line breaks, and none at the end", "\n[mcp_servers.tovi]\nb =\r\ncommand = 1",
+       "\n[mcp_servers.tovi]\n" + std::string(kOurs) + "b ="},
       {"Windows' line breaks", "a = 1\r\n[mcp_servers.tovi]\r\ncommand = 'x'\r\nb = 2\r\n",
        "a = 1\r\n[mcp_servers.tovi]\r\ncommand = \"/bin/tovi\"\r\nargs = [\"mcp\"]\r\nb = 2\r\n"},
       {"another's table with a dot in its name", "[\"mcp_servers.tovi\"]\nargs = 1\n",
