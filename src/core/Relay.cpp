@@ -28,7 +28,8 @@ std::optional<Address> dottedAddress(std::string_view host) {
 
 bool isPrivate(const Address& a) {
   return a[0] == 127 || a[0] == 10 || (a[0] == 172 && a[1] >= 16 && a[1] <= 31) || (a[0] == 192 && a[1] == 168) ||
-         (a[0] == 169 && a[1] == 254);
+         (a[0] == 169 && a[1] == 254) ||
+         (a[0] == 100 && a[1] >= 64 && a[1] <= 127);  // the last: shared, as VPNs use it
 }
 
 bool isPrivateHost(const std::string& host) {
@@ -36,7 +37,9 @@ bool isPrivateHost(const std::string& host) {
   if (host.starts_with('[')) {
     return host == "[::1]" || host.starts_with("[fc") || host.starts_with("[fd") || host.starts_with("[fe80:");
   }
-  return host == "localhost" || host.ends_with(".localhost") || host.ends_with(".local");
+  // "localhost", and names that only a local network knows; "134744072" is an address of the whole world.
+  const bool isShort = host.find('.') == std::string::npos && host.front() >= 'a' && host.front() <= 'z';
+  return isShort || host.ends_with(".localhost") || host.ends_with(".local");
 }
 
 }  // namespace

@@ -19,7 +19,6 @@ constexpr Seconds kSilence{120};  // the relay sends a keepalive far more often
 constexpr Seconds kReplyLimit{15};
 constexpr double kFirstPause = 5;  // seconds
 constexpr double kLongestPause = 120;
-constexpr double kLongestWanted = 86400;  // what a relay may ask for; its own quotas are renewed daily
 constexpr std::size_t kLongestCursor = 32;
 // Lines that wait while a command runs. Beyond it the connection is given up: all that wasn't taken comes again.
 constexpr std::size_t kMostWaiting = 1024 * 1024;  // bytes
@@ -52,8 +51,8 @@ RemoteChannel::~RemoteChannel() = default;
 
 void RemoteChannel::start(const std::string& server, const SecretKey& key) {
   cancel();
+  dropReply();  // or one that hangs would hold up what comes now
   if (!pairing_ || pairing_->server != server || pairing_->key != key) {
-    dropReply();
     pairing_ = std::make_shared<const Pairing>(Pairing{server, key, RemoteCrypto::topics(key)});
   }
   backoff_ = kFirstPause;
@@ -163,7 +162,7 @@ void RemoteChannel::takeLine(const std::string& line) {
   delivered_ = true;
   if (event == "keepalive") return;
   takeMessage(json::textAt(*frame, "id").value_or(""), json::textAt(*frame, "message").value_or(""),
-              RemoteTime::at(*frame, "time"));
+              json::numberAt(*frame, "time"));
 }
 
 void RemoteChannel::takeMessage(const std::string& id, const std::string& sealed, std::optional<double> time) {
@@ -184,7 +183,7 @@ void RemoteChannel::goOn() {
   work();
 }
 
-// One that is on its way to a pairing which is no more; nobody waits for it.
+// One that is on its way. The phone asks again for what it misses.
 void RemoteChannel::dropReply() {
   if (!replying_) return;
   replying_.reset();
@@ -209,7 +208,7 @@ void RemoteChannel::connectionOver() {
   const bool failed = *over_;
   const bool delivered = delivered_;
   double pause = backoff_;
-  if (const double wanted = wanted_.count(); wanted > pause) pause = std::min(wanted, kLongestWanted);
+  if (const double wanted = wanted_.count(); wanted > pause) pause = std::min(wanted, kLongestPause);
   cancel();
   if (failed) status_("Can't reach " + hostOf(pairing_->server) + ", retrying");
   if (delivered) return connect();

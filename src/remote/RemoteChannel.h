@@ -40,8 +40,8 @@ class RemoteChannel {
   RemoteChannel(const RemoteChannel&) = delete;
   RemoteChannel& operator=(const RemoteChannel&) = delete;
 
-  // Subscribes, in place of any subscription before. The reply to a message that is being handled is still sent if
-  // server and key stay the same.
+  // Subscribes, in place of any subscription before; a reply that is on its way is given up. The reply to a message
+  // that is being handled is still sent if server and key stay the same.
   void start(const std::string& server, const SecretKey& key);
   void stop();
 

@@ -118,7 +118,8 @@ TEST(TopicName, CountsCharactersAndTakesWholeOnesOnly) {
   for (int count = 0; count < 64; ++count) umlauts += "ü";
   EXPECT_TRUE(isTopicName(umlauts));
   EXPECT_FALSE(isTopicName(umlauts + "x"));
-  for (const char* text : {"", "\xff", "a\xc3", " a", "½€", "a\xf0\x9f\x98\x80"})
+  for (const char* text : {"agent²", "½", "①", "हिन्दी", "日本"}) EXPECT_TRUE(isTopicName(text)) << text;
+  for (const char* text : {"", "\xff", "a\xc3", " a", "½€", "\u0301a", "a\xf0\x9f\x98\x80"})
     EXPECT_FALSE(isTopicName(text)) << text;
 }
 

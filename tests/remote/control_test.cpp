@@ -96,6 +96,7 @@ TEST(RemoteControl, WhatPiledUpForTooLongIsDroppedWithoutAWord) {
   };
   const double now = unixSeconds(world.laptop.now());
   EXPECT_EQ(frame(now - 301, world.command("panel")), 0u);
+  EXPECT_EQ(frame(-5, world.command("panel")), 0u);
   EXPECT_EQ(frame(now - 10801, world.command("wake")), 0u);
   EXPECT_TRUE(world.replies().empty());
   EXPECT_EQ(frame(now - 299, world.command("panel")), 1u);
