@@ -86,6 +86,7 @@ void CommandCenter::receive(const std::string& text) {
 }
 
 void CommandCenter::handle(std::string_view command, const nlohmann::json& args, Reply reply) {
+  engine_.reloadConfigIfEdited();
   const CommandCall call{engine_, ui_, std::move(reply), alive_, later_};
   const auto row = std::ranges::find(kCommands, command, &Command::name);
   if (row == std::end(kCommands)) return call.fail("Unknown command " + std::string{command});

@@ -12,8 +12,7 @@ namespace tovi {
 
 namespace {
 
-constexpr std::size_t kLongest = 64;      // characters
-constexpr std::size_t kMostBytes = 1024;  // a character may have any number of marks
+constexpr std::size_t kLongest = 64;  // characters; a mark counts as one, as where the settings are read
 
 // The character at the front of UTF-8 text, which is taken off it.
 char32_t takeCharacter(std::string_view& text) {
@@ -75,12 +74,12 @@ bool isMark(char32_t c) {
 }  // namespace
 
 bool isTopicName(std::string_view text) {
-  if (text.empty() || text.size() > kMostBytes || !isUtf8(text)) return false;
+  if (text.empty() || !isUtf8(text)) return false;
   std::size_t length = 0;
   while (!text.empty()) {
     const char32_t c = takeCharacter(text);
-    if (length > 0 && isMark(c)) continue;
-    if (++length > kLongest || !(isLetterOrNumber(c) || c == '-' || c == '_')) return false;
+    const bool fits = isLetterOrNumber(c) || c == '-' || c == '_' || (length > 0 && isMark(c));
+    if (++length > kLongest || !fits) return false;
   }
   return true;
 }

@@ -65,6 +65,7 @@ class Engine {
 
   // A battery, agent and energy sample at once, and a fresh look at the set-up in the background.
   void refreshFast();
+  void reloadConfigIfEdited();  // lest a change that comes now overwrite an edit that nobody has looked at yet
 
   // A fresh energy sample, one second long, then the call.
   void sampleEnergyNow(std::function<void()> then);
@@ -312,7 +313,6 @@ class Engine {
   void saveRuntime();
   void restoreRuntime();
   void recoverFromCrash();
-  void reloadConfigIfEdited();
   void configFileChanged();
   void sweepLeftovers();
   void settleSwitch();

@@ -20,6 +20,11 @@ constexpr double kHoldRetrySeconds = 30;  // between two tries of a refused swit
 
 constexpr char kFolderUnwritable[] = "Tovi couldn't write to its folder, so it won't switch sleep off";
 
+// What decides whether the laptop stays awake or can sleep at all.
+bool isAboutSleep(std::string_view text) {
+  return text == warnings::kHoldRefused || text == warnings::kReleasePending || text == warnings::kPowerChange;
+}
+
 }  // namespace
 
 const AgentSession* Engine::activeAgent() const { return tovi::activeAgent(sessions, config, now()); }
@@ -245,7 +250,8 @@ void Engine::note(const std::string& title, const std::string& body) {
   }
 }
 
-// There is room for one warning. One that is known to be still true is not pushed out by another.
+// There is room for one warning. One that is known to be still true is not pushed out by another, unless that one
+// matters more.
 bool Engine::warningStillTrue() const {
   const auto& text = warning.get();
   if (!text) return false;
@@ -258,7 +264,8 @@ bool Engine::warningStillTrue() const {
 }
 
 void Engine::raiseWarning(const std::string& text) {
-  if (!warningStillTrue()) warning = text;
+  const bool mattersMore = isAboutSleep(text) && !isAboutSleep(warning.get().value_or(""));
+  if (mattersMore || !warningStillTrue()) warning = text;
 }
 
 // A warning about something that has been put right meanwhile goes by itself.

@@ -49,6 +49,14 @@ TEST_F(SettingCommand, AnswersWithTheKeyAndWhatNowHolds) {
   EXPECT_EQ(Config::decode(fileText())->quietMinutes, 240);
 }
 
+TEST_F(SettingCommand, AnEditThatNobodyHasReadYetIsNotOverwritten) {
+  Config edited = engine().config;
+  edited.quietMinutes = 77;
+  laptop.files().put(state.path("config.json"), edited.encoded());
+  ask("set", {{"key", "preset"}, {"value", "balanced"}});
+  EXPECT_EQ(Config::decode(fileText())->quietMinutes, 77);
+}
+
 TEST_F(SettingCommand, CommandLineTakesTypedValuesAndSaysWhatIsRefused) {
   EXPECT_EQ(run({"set", "battery-limit", "25%"}), 0);
   EXPECT_EQ(output.out, engine().statusLine() + "\n");

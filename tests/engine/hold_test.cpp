@@ -177,6 +177,16 @@ TEST_F(HoldTest, ASwitchThatSomebodyTurnedBackIsSetRight) {
   battery(80, false);
   laptop.advance(10);
   EXPECT_EQ(engine().warning.get(), warnings::kPowerChange);
+
+  refuse({});
+  laptop.advance(10);
+  engine().warning = warnings::kBackupsStuck;
+  state.touch(state.path("timemachine-restore"));
+  refuse({"pmset -a disablesleep 1", "tmutil enable"});
+  switchBackOn();
+  battery(80, true);
+  laptop.advance(12);
+  EXPECT_EQ(engine().warning.get(), warnings::kPowerChange) << "it matters more than backups";
 }
 
 TEST_F(HoldTest, WhatARescueUndidBesideALivingApplicationIsDoneAgain) {

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
+#include <ctime>
 
 #include "platform/Utf8.h"
 #include "platform/linux/FileDescriptor.h"
@@ -26,6 +27,17 @@ constexpr std::size_t kMostArguments = std::size_t{4} << 20;  // bytes; the kern
 std::uint64_t nanosecondsPerTick() {
   static const long perSecond = ::sysconf(_SC_CLK_TCK);
   return 1'000'000'000 / static_cast<std::uint64_t>(perSecond > 0 ? perSecond : 100);
+}
+
+// User and system time of all its threads. The ticks of /proc are of 10 ms: one of them between two looks that follow
+// each other soon would pass for work.
+std::uint64_t cpuNanoseconds(Pid pid, const ProcStat& facts) {
+  clockid_t clock;
+  timespec time;
+  if (::clock_getcpuclockid(pid, &clock) == 0 && ::clock_gettime(clock, &time) == 0) {
+    return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<std::uint64_t>(time.tv_nsec);
+  }
+  return (facts.userTime + facts.systemTime) * nanosecondsPerTick();
 }
 
 }  // namespace
@@ -106,7 +118,7 @@ std::optional<ProcessUsage> LinuxProcesses::usage(Pid pid) {
   const auto facts = stat(pid);
   if (!facts) return {};
   ProcessUsage usage;
-  usage.cpuNanoseconds = (facts->userTime + facts->systemTime) * nanosecondsPerTick();
+  usage.cpuNanoseconds = cpuNanoseconds(pid, *facts);
   // A watt for a nanosecond is a nanojoule.
   const double energy = static_cast<double>(usage.cpuNanoseconds) * wattsPerCore_();
   if (energy > 0) usage.energyNanojoules = static_cast<std::uint64_t>(energy);
