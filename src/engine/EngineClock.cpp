@@ -87,9 +87,13 @@ void Engine::settleClock(const nlohmann::json* record) {
     if (const double by = clockOffset() - *offset; std::abs(by) >= kStep) moveRequests(by);
     return;
   }
-  // Another boot, whose clock can't be compared with this one. What was asked for in the future wasn't.
+  // Another boot, whose clock can't be compared with this one; but if it is behind, nobody knows how much of what was
+  // asked for is left. What was asked for in the future wasn't.
   const Date at = now();
+  const auto saved = record != nullptr ? json::numberAt(*record, "at") : std::nullopt;
+  const bool isBehind = saved && unixSeconds(at) < *saved - kStep;
   holds.update([&](std::vector<Hold>& all) {
+    if (isBehind) std::erase_if(all, [](const Hold& hold) { return hold.until.has_value(); });
     for (Hold& hold : all) {
       const double early = secondsBetween(at, hold.created);
       if (early <= 0) continue;

@@ -30,7 +30,9 @@ void Engine::saveRuntime() {
   if (previewOnly_) return;
   json::Value list = json::Value::array();
   for (const Hold& hold : *holds) list.push_back(hold.toJson());
-  const json::Value clock{{"boot", bootMark()}, {"offset", json::rounded(clockOffset(), 3)}};
+  const json::Value clock{{"boot", bootMark()},
+                          {"offset", json::rounded(clockOffset(), 3)},
+                          {"at", json::rounded(unixSeconds(machine_.clock.now()), 3)}};
   const std::string text = json::pretty({{"holds", std::move(list)}, {"clock", clock}});
   runtimeUnsaved_ = !state_.writeAtomically(text, state_.path("runtime.json"));
 }

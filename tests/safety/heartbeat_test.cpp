@@ -36,6 +36,15 @@ TEST_F(HeartbeatTest, AFileThatCantBeWrittenToIsReplaced) {
   EXPECT_TRUE(alive());
 }
 
+TEST_F(HeartbeatTest, OnAFullDiskItsDateGoesAlong) {
+  beat();
+  laptop_.restart(4242);
+  laptop_.stepClock(-5000);
+  laptop_.files().setFull(true);
+  beat();
+  EXPECT_EQ(laptop_.files().status(state_.path("alive"))->modified, laptop_.now());
+}
+
 TEST_F(HeartbeatTest, TheFileOutlivesItsProcess) {
   beat();
   const Pid dead = laptop_.processes().self();

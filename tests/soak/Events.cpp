@@ -227,6 +227,34 @@ void timersRunLate(World& world) {
   world.laptop.queue().setLeafDelay(Seconds{world.random.chance(0.5) ? 0 : world.random.real(0, 5)});
 }
 
+void watchdogIsUnloaded(World& world) {
+  if (!world.installed || !world.laptop.switches().watchdogLoaded) return;
+  world.tell("somebody unloads the watchdog");
+  world.laptop.setSwitches([](LaptopSwitches& switches) { switches.watchdogLoaded = false; });
+  ++world.unloads;
+  world.unloadedAt = world.ticks();
+}
+
+// While nobody runs, somebody leaves a journal that names who must not be signalled.
+void journalOfAStrangerAppears(World& world) {
+  if (world.app || world.state.exists("touched.json") || world.cast.all().empty()) return;
+  const Actor& actor = world.random.pick(world.cast.all());
+  const MemoryProcess* process = world.laptop.processes().find(actor.pid);
+  if (process == nullptr) return;
+  const Pid self = world.laptop.processes().self();
+  const std::string own = world.laptop.surroundings().executable;
+  const auto entry = [](Pid pid, Microseconds start, const std::string& path) {
+    return fmt::format(R"({{"pid":{},"start":{},"path":"{}","paused":true}})", pid, start, path);
+  };
+  world.tell(fmt::format("a journal appears that names 1, {} and {}", self, actor.pid));
+  world.laptop.files().put(
+      world.state.path("touched.json"),
+      fmt::format("[{},{},{},{}]", entry(1, 0, "/sbin/launchd"), entry(self, 0, own),
+                  entry(actor.pid, actor.start + 1, process->path), entry(actor.pid, actor.start, "/Another")));
+  world.disturbed = world.ticks();
+  world.laptop.files().put(world.state.path("paused"), fmt::format("1\t/sbin/launchd\n{}\t{}\n", self, own));
+}
+
 void powerGoes(World& world) { world.losePower(); }
 void appHangs(World& world) { world.hangApp(world.random.real(5, world.random.chance(0.5) ? 100 : 2000)); }
 void appIsKilled(World& world) { world.killApp(); }
@@ -272,6 +300,8 @@ constexpr Event kEvents[] = {
     {0.6, personTurnsSwitches},
     {0.3, clockIsSet},
     {0.6, timersRunLate},
+    {0.05, watchdogIsUnloaded},
+    {0.3, journalOfAStrangerAppears},
     {0.02, powerGoes},
     {0.1, appHangs},
     {0.2, appIsKilled},

@@ -143,29 +143,31 @@ void followSignals(World& world, Memory& memory) {
   processes.forgetEffects();
 }
 
-// Whether anybody could want it to be awake.
+// Half a minute at most, and bound to nothing else: a check-in, or a hold of before that waits for its work to be seen.
+bool isShort(const Engine& engine) { return engine.checkInUntil || engine.adoptedHoldUntil; }
+
+// Whether anybody could want it to be awake. Work that is seen while nothing asks for it counts when it is asked for.
 bool anyReason(World& world) {
-  const Engine* engine = world.engine();
-  if (engine == nullptr) return false;
-  if (engine->config->mode == Mode::on || !engine->holds->empty() || engine->checkInUntil || engine->adoptedHoldUntil) {
-    return true;
+  if (const Engine* engine = world.engine()) {
+    const bool asked = engine->config->mode == Mode::on || !engine->holds->empty() || isShort(*engine);
+    if (asked || !engine->config->watchedApps.empty() || !engine->config->customAgents.empty()) return true;
   }
-  if (engine->config->mode == Mode::off) return false;
-  if (!world.laptop.report().assertions.empty() || !engine->config->watchedApps.empty() ||
-      !engine->config->customAgents.empty()) {
-    return true;
-  }
-  const bool openCounts = !engine->config->sleepWhenDone;
+  if (!world.laptop.report().assertions.empty()) return true;
+  const bool openCounts = world.engine() == nullptr || !world.engine()->config->sleepWhenDone;
+  const auto isAgent = [&](Pid pid) {
+    const Actor* actor = world.cast.find(pid);
+    return actor != nullptr && actor->part == Part::agent;
+  };
   return std::ranges::any_of(world.cast.all(), [&](const Actor& actor) {
+    const MemoryProcess* process = world.laptop.processes().find(actor.pid);
     const bool claudeApp = pathOf(world, actor.pid).find("Claude.app") != std::string::npos;
-    return claudeApp || actor.part == Part::tool || (actor.part == Part::agent && (openCounts || actor.busy));
+    const bool runsForAnother = process != nullptr && isAgent(process->parent);
+    return claudeApp || actor.part == Part::tool || runsForAnother ||
+           (actor.part == Part::agent && (openCounts || actor.busy));
   });
 }
 
 bool onBattery(World& world) { return !world.charger || world.weakCharger; }
-
-// Half a minute at most, and bound to nothing else: a check-in, or a hold of before that waits for its work to be seen.
-bool isShort(const Engine& engine) { return engine.checkInUntil || engine.adoptedHoldUntil; }
 
 // The table's questions.
 
@@ -280,7 +282,8 @@ Verdict nothingOutlivesACrashByMoreThanTheWatchdogsMinute(World& world, Memory& 
 Verdict onlyAReasonKeepsItAwake(World& world, Memory& memory) {
   if (world.engine() == nullptr || !world.laptop.switches().sleepDisabled) return kHolds;
   const double quiet = std::max(world.engine()->config->quietMinutes * 60.0, 120.0) + 120;
-  const double since = world.elapsed() - memory.reasonSeen;
+  // What was written just before a sleep is first seen after it.
+  const double since = world.elapsed() - std::max({memory.reasonSeen, world.startedSince, world.awakeSince});
   if (since < quiet) return kHolds;
   return fmt::format("there has been no reason for {:.0f} s; it says: {}", since, world.engine()->statusLine());
 }
@@ -308,7 +311,7 @@ Verdict holdsEnd(World& world, Memory& memory) {
     const auto alive = [&](Pid pid, std::optional<Microseconds> start) {
       return start && world.laptop.processes().startTime(pid) == start;
     };
-    if (at->second.end && world.elapsed() > *at->second.end + 3) {
+    if (at->second.end && world.elapsed() > *at->second.end + 3 + world.clockBehindHolds) {
       return fmt::format("{} had its end {:.0f} s ago", hold.id, world.elapsed() - *at->second.end);
     }
     if (hold.pid && !alive(*hold.pid, at->second.pidStart)) return hold.id + " outlives its process";
@@ -316,6 +319,32 @@ Verdict holdsEnd(World& world, Memory& memory) {
   }
   return kHolds;
 }
+
+// A check-in takes 25 seconds, an adopted hold 30.
+Verdict shortStaysAreShort(World& world, Memory& memory) {
+  const double stays = world.laptop.clock().awake() - memory.shortSince;
+  if (world.engine() == nullptr || !isShort(*world.engine()) || stays < 36) return kHolds;
+  return fmt::format("a check-in or an adopted hold has lasted for {:.0f} s", stays);
+}
+
+Verdict alwaysEndsInTime(World& world, Memory&) {
+  const Engine* engine = world.engine();
+  const bool isAsked = engine != nullptr && engine->setupReady && engine->config->mode == Mode::on;
+  if (!isAsked || !engine->config->alwaysUntil) return kHolds;
+  const double late = unixSeconds(world.laptop.now()) - *engine->config->alwaysUntil;
+  return late > 3 ? Verdict(fmt::format("it is over since {:.0f} s", late)) : kHolds;
+}
+
+Verdict theWatchdogIsLoadedAgain(World& world, Memory&) {
+  const Engine* engine = world.engine();
+  const bool loaded = world.laptop.switches().watchdogLoaded;
+  // Once in a run of the application; what goes away again is left to a warning.
+  const bool isDue = world.unloads == 1 && world.calmSinceStart && world.ticks() - world.unloadedAt > 170;
+  if (engine == nullptr || !engine->setupReady || loaded || !isDue) return kHolds;
+  return "it isn't, and nobody watches";
+}
+
+Verdict nothingIsWrongWithinATick(World& world, Memory&) { return world.wrongWithin; }
 
 Verdict theBatteryLimitEndsAnySession(World& world, Memory&) {
   const Engine* engine = world.engine();
@@ -419,6 +448,8 @@ Verdict nothingPilesUp(World& world, Memory&) {
               "remembered messages");
 }
 
+constexpr const char* kFarewell = "who ends gives everything back";
+
 enum class When { always, settled };
 
 // A row is broken when it has been so for more ticks than its patience: without any it counts at once, and at the
@@ -432,6 +463,7 @@ struct Row {
 
 constexpr Row kRows[] = {
     {"sleep is off only with its marker", When::always, 0, sleepIsOffOnlyWithItsMarker},
+    {"the record comes before the change", When::always, 0, nothingIsWrongWithinATick},
     {"every touched process is in the journal", When::always, 0, everyTouchedProcessIsInTheJournal},
     {"slowed processes are in the journal too", When::always, 0, slowedProcessesAreInTheJournalToo},
     {"nobody is signalled by mistake", When::always, 0, nobodyIsSignalledByMistake},
@@ -445,6 +477,9 @@ constexpr Row kRows[] = {
     {"only a reason keeps it awake", When::settled, 10, onlyAReasonKeepsItAwake},
     {"work keeps it awake", When::settled, 30, workKeepsItAwake},
     {"holds end", When::settled, 3, holdsEnd},
+    {"short stays are short", When::settled, 3, shortStaysAreShort},
+    {"always ends in time", When::settled, 3, alwaysEndsInTime},
+    {"the watchdog is loaded again", When::settled, 3, theWatchdogIsLoadedAgain},
     {"the battery limit ends any session", When::settled, 24, theBatteryLimitEndsAnySession},
     {"heat ends any session", When::settled, 4, heatEndsAnySession},
     {"safety is loosened by the person only", When::always, 0, safetyIsLoosenedByThePersonOnly},
@@ -501,16 +536,15 @@ void readEvidence(World& world, Memory& memory) {
 
 Invariants::Invariants() : badFor_(std::size(kRows)) {}
 
-std::vector<std::string> Invariants::names() {
-  std::vector<std::string> names;
-  for (const Row& row : kRows) names.emplace_back(row.name);
-  return names;
-}
-
 void Invariants::remember(World& world) {
   rememberHolds(world, memory_);
   if (anyReason(world)) memory_.reasonSeen = world.elapsed();
   if (world.ticks() - world.transcriptAt < 2) memory_.reasonSeen = world.elapsed();
+  if (const Engine* engine = world.engine()) {
+    const std::pair stays{engine->checkInUntil, engine->adoptedHoldUntil};
+    if (stays != memory_.shortStays || !isShort(*engine)) memory_.shortSince = world.laptop.clock().awake();
+    memory_.shortStays = stays;
+  }
   const bool busy =
       std::ranges::any_of(world.cast.all(), [](const Actor& actor) { return actor.part == Part::agent && actor.busy; });
   if (!busy || world.engine() == nullptr) {
@@ -529,10 +563,28 @@ void Invariants::remember(World& world) {
 void Invariants::afterTick(World& world) {
   remember(world);
   look(world, false);
-  if (memory_.record) world.accepted = *memory_.record;
+  takeOver(world);
 }
 
-void Invariants::atDeath(World& world) { look(world, true); }
+void Invariants::atDeath(World& world) {
+  look(world, true);
+  takeOver(world);
+}
+
+void Invariants::atFarewell(World& world) {
+  look(world, true);
+  takeOver(world);
+  if (world.laptop.switches().sleepDisabled || memory_.records.contains("hold"))
+    throw Broken{kFarewell, "sleep is off"};
+  if (const Verdict left = changed(world, memory_, true)) throw Broken{kFarewell, *left};
+}
+
+void Invariants::takeOver(World& world) {
+  if (!memory_.record) return;
+  if (world.accepted != *memory_.record) world.acceptedAt = world.ticks();
+  world.accepted = *memory_.record;
+  if (world.loosened == memory_.record) world.loosened.reset();
+}
 
 void Invariants::look(World& world, bool death) {
   followSignals(world, memory_);

@@ -25,8 +25,7 @@ class Invariants {
 
   void afterTick(World& world);
   void atDeath(World& world);
-
-  static std::vector<std::string> names();
+  void atFarewell(World& world);
 
   // What is remembered of a world from one look to the next.
   struct Memory {
@@ -43,7 +42,9 @@ class Invariants {
     std::map<std::pair<Pid, Microseconds>, Touch> inOurHands;  // paused or slowed by the application, and not put back
     double reasonSeen = 0;       // World::elapsed(); when there was last one to stay awake
     std::int64_t busySince = 0;  // the tick since which an agent has worked; 0: none does
-    std::int64_t hotSince = 0;   // likewise, of serious heat with the lid shut; 0: it isn't
+    double shortSince = 0;       // seconds awake; since when what follows has been the same
+    std::pair<std::optional<Date>, std::optional<Date>> shortStays;  // a check-in's end, an adopted hold's end
+    std::int64_t hotSince = 0;  // likewise, of serious heat with the lid shut; 0: it isn't
     double avoidedWh = 0;
     std::int64_t avoidedOf = 0;  // the run of the application that counts it
     // As this look found it.
@@ -60,6 +61,7 @@ class Invariants {
 
   void remember(World& world);
   void look(World& world, bool death);
+  void takeOver(World& world);  // what is on record is what counts from now on
 };
 
 }  // namespace tovi::soak

@@ -189,7 +189,7 @@ void requests::broadcast(World& world) {
   world.laptop.machine().broadcast.post(text);
   world.pass(world.random.real(0, 1));
   // Who asked takes the answer with it, or has given up.
-  if (world.random.chance(0.8)) world.laptop.files().erase(Wire::replyPath(world.laptop.machine(), world.state, id));
+  if (world.random.chance(0.3)) world.laptop.files().erase(Wire::replyPath(world.laptop.machine(), world.state, id));
 }
 
 void requests::commandLine(World& world) {

@@ -56,7 +56,8 @@ Life live(std::uint64_t seed, double days, Clock::time_point deadline, volatile 
     life.report = world ? reportOf(*world, seed, invariant, how) : invariant + ": " + how;
   };
   try {
-    world.emplace(seed, [&](World& dead) { invariants.atDeath(dead); });
+    world.emplace(
+        seed, [&](World& dead) { invariants.atDeath(dead); }, [&](World& left) { invariants.atFarewell(left); });
     while (world->elapsed() < days * 86400) {
       if (world->ticks() % 256 == 0 && Clock::now() >= deadline) break;
       world->tick();

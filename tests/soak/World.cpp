@@ -6,8 +6,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
+#include <utility>
 
-#include "observe/Sensors.h"
+#include "safety/Journal.h"
 #include "safety/Setup.h"
 #include "safety/Watchdog.h"
 #include "soak/Events.h"
@@ -21,6 +22,7 @@ constexpr const char* kPhoneKey = "AAcOFRwjKjE4P0ZNVFtiaXB3foWMk5qhqK-2vcTL0tk";
 constexpr const char* kPairing =
     R"({"enabled": true, "key": "AAcOFRwjKjE4P0ZNVFtiaXB3foWMk5qhqK-2vcTL0tk", "server": "https://relay.example", "panelUrl": ""})";
 
+constexpr std::int64_t kInPeace = 60;   // ticks without a fault, after which all has been mended
 constexpr double kWatchdogPeriod = 60;  // seconds, as the launch agent has it
 constexpr double kBeatIsFresh = 40;     // seconds, as its script has it
 constexpr int kFallsAsleep = 5;         // ticks with the lid shut until the system sleeps
@@ -42,24 +44,24 @@ constexpr const char* kRefusals[] = {"pmset -a disablesleep 0",
 
 std::span<const Counts::Row> Counts::rows() {
   static constexpr Row kRows[] = {
-      {"ticks", &Counts::ticks},
-      {"events", &Counts::events},
-      {"operations", &Counts::operations},
-      {"sessions with the lid shut", &Counts::closedSessions},
-      {"processes paused", &Counts::paused},
-      {"processes slowed", &Counts::slowed},
-      {"numbers used again", &Counts::pidsReused},
-      {"holds", &Counts::holds},
-      {"messages of the phone", &Counts::phone},
-      {"sleeps", &Counts::sleeps},
-      {"dark wakes", &Counts::darkWakes},
-      {"stretches of faults", &Counts::faultPhases},
-      {"refusals", &Counts::refused},
-      {"deaths of the application", &Counts::deaths},
-      {"of these with something in force", &Counts::deathsInForce},
-      {"deaths of other processes", &Counts::helperDeaths},
-      {"losses of power", &Counts::powerLosses},
-      {"rescues by the watchdog", &Counts::watchdogRestored},
+      {"ticks", &Counts::ticks, 5000},
+      {"events", &Counts::events, 300},
+      {"operations", &Counts::operations, 5000},
+      {"sessions with the lid shut", &Counts::closedSessions, 3},
+      {"processes paused", &Counts::paused, 10},
+      {"processes slowed", &Counts::slowed, 60},
+      {"numbers used again", &Counts::pidsReused, 10},
+      {"holds", &Counts::holds, 8},
+      {"messages of the phone", &Counts::phone, 12},
+      {"sleeps", &Counts::sleeps, 3},
+      {"dark wakes", &Counts::darkWakes, 2},
+      {"stretches of faults", &Counts::faultPhases, 3},
+      {"refusals", &Counts::refused, 8},
+      {"deaths of the application", &Counts::deaths, 6},
+      {"of these with something in force", &Counts::deathsInForce, 4},
+      {"deaths of other processes", &Counts::helperDeaths, 0.3},
+      {"losses of power", &Counts::powerLosses, 0.1},
+      {"rescues by the watchdog", &Counts::watchdogRestored, 3},
   };
   static_assert(sizeof(Counts) == std::size(kRows) * sizeof(std::int64_t));
   return kRows;
@@ -69,12 +71,13 @@ void Counts::add(const Counts& other) {
   for (const Row& row : rows()) this->*row.field += other.*row.field;
 }
 
-World::World(std::uint64_t seed, Autopsy autopsy)
+World::World(std::uint64_t seed, Look autopsy, Look farewell)
     : random(seed),
       laptop({.pid = Cast::kFirst - 1}),
       key(*RemoteCrypto::b64decode(kPhoneKey)),
       topics(RemoteCrypto::topics(key)),
-      autopsy_(std::move(autopsy)) {
+      autopsy_(std::move(autopsy)),
+      farewell_(std::move(farewell)) {
   // A person has set it up and paired a phone, some time ago: all of it is on the disk for good.
   (void)Setup(laptop.machine(), state).run();
   for (const std::string& path : {state.path("watchdog.sh"), Setup(laptop.machine(), state).watchdogPlistPath()}) {
@@ -94,11 +97,13 @@ World::World(std::uint64_t seed, Autopsy autopsy)
   startWorkOnce();
   lidMoves_ = random.real(60, 3600);
   phaseEnds = random.whole(200, 1500);
+  laptop.faults().afterEach = [this] { lookWithin(); };
   startApp();
 }
 
 World::~World() {
   laptop.faults().forgetOrders();
+  laptop.faults().afterEach = nullptr;
   app.reset();
 }
 
@@ -118,7 +123,27 @@ void World::startWorkOnce() {
   for (int i = 0; i < 4; ++i) cast.startApp(random.pick(kAppKinds), ticks_);
 }
 
-bool World::lidClosed() { return Registry::lidClosed(laptop.machine()); }
+bool World::lidClosed() {
+  const LaptopReport& report = laptop.report();
+  return report.lid == LaptopLid::closed &&
+         std::ranges::none_of(report.displays, [](const auto& display) { return !display.builtIn; });
+}
+
+// As if the process had died at this very operation.
+void World::lookWithin() {
+  if (wrongWithin) return;
+  if (laptop.switches().sleepDisabled && !state.exists("hold")) wrongWithin = "sleep was off without a marker";
+  const auto& effects = laptop.processes().effects();
+  if (effects.size() <= std::exchange(effectsSeen_, effects.size())) return;
+  const ProcessEffect& last = effects.back();
+  const bool pauses = last.kind == ProcessEffect::Kind::pause;
+  if (!pauses && last.kind != ProcessEffect::Kind::background) return;
+  const auto journal = Journal::load(state);
+  const bool named = std::ranges::any_of(journal, [&](const Touched& entry) {
+    return entry.pid == last.pid && entry.start == last.start && entry.paused == pauses;
+  });
+  if (!named) wrongWithin = fmt::format("{} was touched before the journal named it", last.pid);
+}
 
 bool World::inForce() {
   return laptop.switches().sleepDisabled || state.exists("hold") || state.exists("touched.json");
@@ -163,13 +188,17 @@ void World::startApp() {
   disturbed = startedAt = ticks_;
   waived = false;
   loosened.reset();
+  unloads = laptop.switches().watchdogLoaded ? 0 : 1;
+  unloadedAt = ticks_;
+  calmSinceStart = !faulty;
+  startedSince = elapsed();
+  if (std::exchange(powerWasLost_, false)) clockBehindHolds += clockBehindBeat;
   inApp([&] {
     app = std::make_unique<AppDelegate>(laptop.machine(), nullptr);
     app->didFinishLaunching(false);
     laptop.settle();
   });
   if (app && !app->isPrimary()) leaveApp();  // it couldn't take its lock
-  clockBehindBeat = 0;
 }
 
 void World::died(const char* who) {
@@ -183,6 +212,7 @@ void World::died(const char* who) {
 
 void World::leaveApp() {
   tell("the application ends");
+  const bool inPeace = settled(kInPeace) && app->isPrimary();
   try {
     app->willTerminate();
   } catch (const Crash&) {
@@ -190,13 +220,13 @@ void World::leaveApp() {
   }
   laptop.faults().forgetOrders();
   app.reset();
+  if (inPeace) farewell_(*this);
   afterLife();
 }
 
 void World::afterLife() {
   laptop.restart(random.chance(0.1) ? laptop.processes().self() : cast.freePid());
   disturbed = ticks_;
-  clockBehindBeat = 0;
   appStarts = elapsed() + (random.chance(0.4) ? random.real(0, 4) : random.real(10, 600));
 }
 
@@ -237,7 +267,8 @@ void World::losePower() {
   const double down = random.real(60, 7200);
   laptop.powerLoss(Seconds{down});
   // The record of it is written as well as can be: one whose synchronising failed may be an older one again.
-  if (failedAt >= 0) accepted = {0, false};
+  if (failedAt >= acceptedAt) accepted = {0, false};
+  powerWasLost_ = true;
   slept_ += down;
   laptop.edit([](LaptopReport& report) { report.assertions.clear(); });
   laptop.setSwitches([](LaptopSwitches& switches) { switches.nextWake.reset(); });
@@ -261,7 +292,7 @@ void World::moveLid(bool closed) {
 void World::stepClock(double seconds) {
   tell(fmt::format("the clock is set by {:.1f} s", seconds));
   laptop.stepClock(seconds);
-  if (!app && seconds < 0) clockBehindBeat -= seconds;
+  if (seconds < 0) clockBehindBeat -= seconds;
 }
 
 void World::orderCrash(int within) {
@@ -309,12 +340,15 @@ void World::runWatchdog() {
   if (const auto beat = laptop.files().status(state.path("alive"))) {
     if (secondsBetween(beat->modified, laptop.now()) < kBeatIsFresh) return;
   }
+  const bool wasInForce = inForce();
+  if (wasInForce && random.chance(0.1)) orderCrash(20);
   aside([&] {
     const std::string outcome = Watchdog::run(laptop.machine(), state, false);
     if (outcome == "alive") return;
-    ++counts.watchdogRestored;
+    if (wasInForce) ++counts.watchdogRestored;
     tell("the watchdog: " + outcome);
   });
+  if (!faulty) laptop.faults().forgetOrders();  // what wasn't reached isn't the application's
 }
 
 void World::wake(bool full) {
@@ -324,6 +358,7 @@ void World::wake(bool full) {
     if (full) ++report.events.didWake;
   });
   tell(full ? "the laptop wakes" : "the laptop wakes in the dark");
+  awakeSince = elapsed();
   ++(full ? counts.sleeps : counts.darkWakes);
   // Who comes first, the watchdog or the application?
   if (random.chance(0.5)) runWatchdog();
@@ -371,6 +406,7 @@ void World::changePhase() {
 void World::startFaults() {
   ++counts.faultPhases;
   faulty = true;
+  calmSinceStart = false;
   failing = random.chance(0.6);
   refusing = random.chance(0.5);
   filling = random.chance(0.3);
@@ -399,7 +435,7 @@ void World::stopFaults() {
 
 void World::makeFaults() {
   if (failing) failedAt = ticks_;
-  if (failing && random.chance(0.2)) {
+  if (failing && app && random.chance(0.2)) {
     laptop.faults().failOperation(laptop.faults().operations() + random.whole(1, 15));
   }
   if (refusing && random.chance(0.02)) {
@@ -431,6 +467,9 @@ void World::tick() {
   happen(*this);
   if (elapsed() >= lidMoves_) moveLid(laptop.report().lid == LaptopLid::open);
   pass(kTick);
+  if (const auto beat = laptop.files().status(state.path("alive")); app && beat && beat->modified <= laptop.now()) {
+    clockBehindBeat = 0;
+  }
   slumber();
   if (laptop.clock().awake() >= nextWatchdog_) {
     nextWatchdog_ = laptop.clock().awake() + kWatchdogPeriod;

@@ -34,6 +34,7 @@ struct Counts {
   struct Row {
     const char* name;
     std::int64_t Counts::*field;
+    double perDay;  // at least, as a rule
   };
   static std::span<const Row> rows();  // all of them
 
@@ -47,6 +48,8 @@ struct Accepted {
   int batteryFloor = 0;
   bool heatGuard = true;
 
+  friend bool operator==(const Accepted&, const Accepted&) = default;
+
   // What must be kept at least, where the person has loosened something since.
   Accepted orLooser(const std::optional<Accepted>& other) const {
     if (!other) return *this;
@@ -58,10 +61,10 @@ class World {
  public:
   static constexpr double kTick = 2;  // seconds
 
-  // Called as soon as something has died, before anybody cleans up.
-  using Autopsy = std::function<void(World&)>;
+  // Called as soon as something has died, before anybody cleans up; or as soon as the application has ended in peace.
+  using Look = std::function<void(World&)>;
 
-  World(std::uint64_t seed, Autopsy autopsy);
+  World(std::uint64_t seed, Look autopsy, Look farewell);
   ~World();
   World(const World&) = delete;
   World& operator=(const World&) = delete;
@@ -89,7 +92,7 @@ class World {
 
   // The application's process; null while none runs.
   Engine* engine() const { return app ? app->engine() : nullptr; }
-  bool lidClosed();  // as far as it counts: not with another screen
+  bool lidClosed();  // as far as it counts: not with another screen; worked out from the report alone
   bool inForce();    // something is changed, or could be
   bool settled(std::int64_t ticks) const { return !faulty && ticks_ - disturbed >= ticks; }
 
@@ -131,11 +134,19 @@ class World {
   std::int64_t hung = 0;          // the last tick in which the application had stood still
 
   Accepted accepted;                 // as recorded on the disk
+  std::int64_t acceptedAt = 0;       // the tick in which that last changed
   std::optional<Accepted> loosened;  // by the person, in this run of the application
   bool waived = false;               // the battery limit, by the person, for this run of the application
   bool installed = true;
-  double clockBehindBeat = 0;       // seconds that the clock was set back while none ran
-  std::optional<double> appStarts;  // elapsed(), while none runs
+  double clockBehindBeat = 0;              // seconds that the clock was set back while none ran
+  double clockBehindHolds = 0;             // likewise, of all that came between a loss of power and the next start
+  double startedSince = 0;                 // elapsed() at the application's last start
+  double awakeSince = 0;                   // elapsed() at the last wake
+  bool calmSinceStart = false;             // no stretch of faults has touched this run of the application
+  int unloads = 0;                         // of the watchdog's agent in this run of the application
+  std::int64_t unloadedAt = 0;             // the tick of the last
+  std::optional<std::string> wrongWithin;  // what was wrong after an operation, though perhaps not after its tick
+  std::optional<double> appStarts;         // elapsed(), while none runs
 
  private:
   void changePhase();
@@ -147,9 +158,12 @@ class World {
   void runWatchdog();
   void drain();
   void slumber();
+  void lookWithin();
   void wake(bool full);
 
-  Autopsy autopsy_;
+  Look autopsy_, farewell_;
+  bool powerWasLost_ = false;    // since the last start
+  std::size_t effectsSeen_ = 0;  // of those done to processes
   std::int64_t ticks_ = 0;
   double slept_ = 0;  // seconds, asleep or switched off
   double nextWatchdog_ = 60;

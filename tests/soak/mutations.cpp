@@ -72,7 +72,9 @@ Finding search(const Mutation& mutation, std::uint64_t seed, double limit) {
       finding.days += life.days;
       if (!life.broken) continue;
       std::strncpy(finding.invariant, life.broken->c_str(), sizeof finding.invariant - 1);
-      finding.found = true;
+      // The same life with the guard in its place must be a good one.
+      removed.reset();
+      finding.found = !live(finding.seed, kDaysOfASeed, Clock::time_point::max()).broken;
       break;
     }
     std::_Exit(0);

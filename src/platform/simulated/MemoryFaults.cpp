@@ -42,6 +42,7 @@ bool MemoryFaults::begin(std::string_view verb, std::string_view subject) {
 }
 
 void MemoryFaults::end() {
+  if (afterEach) afterEach();
   if (count_ == crash_ && when_ == When::after) die();
 }
 

@@ -42,6 +42,9 @@ class MemoryFaults {
   // they are very many. `from` is the first number wanted.
   std::vector<std::string> log(std::int64_t from = 1) const;
 
+  // Called after each operation that was done, before a death on order.
+  std::function<void()> afterEach;
+
   // For the parts of the machine. False: it failed, by order or because `act` gave false. `verb` must be a literal.
   template <class Act>
   bool perform(std::string_view verb, std::string_view subject, Act&& act) {

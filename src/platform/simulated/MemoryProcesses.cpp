@@ -99,6 +99,7 @@ void MemoryProcesses::accrue(Row& row) const {
 
 bool MemoryProcesses::act(std::string_view verb, ProcessEffect::Kind kind, Pid pid, Microseconds start,
                           bool MemoryProcess::*field, bool value) {
+  if (pid < 2 || pid == self()) effects_.push_back({kind, pid, start});  // whatever comes of it, it was tried
   Row* row = mine(pid);
   if (row == nullptr || row->facts.hidesStart || row->facts.start != start) return false;
   return faults_.perform(verb, fmt::format_int(pid).c_str(), [&] {
