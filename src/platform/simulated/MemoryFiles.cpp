@@ -20,6 +20,17 @@ struct NameHash {
 constexpr int kMostLinks = 16;                                   // on one path, as systems have it
 constexpr unsigned kRead = 0400, kWrite = 0200, kSearch = 0100;  // the owner's bits; everything is the person's own
 
+std::string_view withoutSlashes(std::string_view path) {
+  return path.substr(std::min(path.find_first_not_of('/'), path.size()));
+}
+
+// The name at the front of a path, which is taken off it with the slashes behind it.
+std::string_view takeName(std::string_view& path) {
+  const std::string_view name = path.substr(0, path.find('/'));
+  path = withoutSlashes(path.substr(name.size()));
+  return name;
+}
+
 }  // namespace
 
 struct MemoryFiles::Node {
@@ -119,15 +130,10 @@ bool MemoryFiles::step(Walk& walk, std::string_view path, Last last, int depth) 
     walk.node = root_;
     walk.readOnly = root_->readOnly;
   }
-  for (std::size_t at = 0; at < path.size();) {
-    if (path[at] == '/') {
-      ++at;
-      continue;
-    }
-    const std::size_t end = std::min(path.find('/', at), path.size());
-    const std::string_view name = path.substr(at, end - at);
-    const bool isLast = path.find_first_not_of('/', end) == std::string_view::npos;
-    at = end;
+  path = withoutSlashes(path);
+  while (!path.empty()) {
+    const std::string_view name = takeName(path);
+    const bool isLast = path.empty();
     // Enter what the name before stood for.
     if (!walk.last.empty()) {
       if (!walk.node || walk.node->kind != kFolder) return false;
@@ -163,14 +169,8 @@ bool MemoryFiles::step(Walk& walk, std::string_view path, Last last, int depth) 
 // Asked for all the time, and mostly of plain paths, for which the way needn't be kept.
 MemoryFiles::NodePtr MemoryFiles::find(std::string_view path) {
   const NodePtr* node = &root_;
-  for (std::size_t at = 0; at < path.size();) {
-    if (path[at] == '/') {
-      ++at;
-      continue;
-    }
-    const std::size_t end = std::min(path.find('/', at), path.size());
-    const std::string_view name = path.substr(at, end - at);
-    at = end;
+  for (std::string_view rest = withoutSlashes(path); !rest.empty();) {
+    const std::string_view name = takeName(rest);
     if (name == "." || name == "..") return walk(path, Last::follow).node;
     if ((*node)->kind != kFolder || ((*node)->mode & kSearch) == 0) return nullptr;
     const auto found = (*node)->entries.find(name);
