@@ -74,7 +74,7 @@ Finding search(const Mutation& mutation, std::uint64_t seed, double limit) {
       std::strncpy(finding.invariant, life.broken->c_str(), sizeof finding.invariant - 1);
       // The same life with the guard in its place must be a good one.
       removed.reset();
-      finding.found = !live(finding.seed, kDaysOfASeed, Clock::time_point::max()).broken;
+      finding.found = !live(finding.seed, life.days, Clock::time_point::max()).broken;
       break;
     }
     std::_Exit(0);
