@@ -9,7 +9,6 @@
 #include "core/Text.h"
 #include "platform/Machine.h"
 #include "platform/MainQueue.h"
-#include "remote/RemoteTime.h"
 
 namespace tovi {
 

@@ -8,7 +8,6 @@
 #include "core/Text.h"
 #include "engine/Engine.h"
 #include "platform/PowerRegistry.h"
-#include "remote/RemoteTime.h"
 
 namespace tovi {
 
@@ -22,6 +21,13 @@ constexpr std::size_t kMostToldBack = 256;  // characters
 Json envelope(const std::string& id, Date now) {
   return {{"re", text::firstCharacters(id, kMostToldBack)},
           {"t", static_cast<std::int64_t>(std::floor(unixSeconds(now)))}};
+}
+
+// Seconds since 1970 by the phone's clock; absent unless between then and the year 10000.
+std::optional<double> sentAt(const Json& request) {
+  constexpr double kYear10000 = 253402300800.0;
+  const auto seconds = json::numberAt(request, "t");
+  return seconds && *seconds >= 0 && *seconds < kYear10000 ? seconds : std::nullopt;
 }
 
 std::string finished(Json body, const std::string& id, Date now) {
@@ -109,7 +115,7 @@ void RemoteControl::handle(const RemoteChannel::Message& message, const RemoteCh
   const Date now = engine_.now();
   // What piled up on the relay during a long sleep isn't worth an answer.
   if (message.time && *message.time + maxAge < unixSeconds(now)) return answer(std::nullopt);
-  if (const auto refused = guardian.check(RemoteTime::at(*request, "t"), id, maxAge, now)) {
+  if (const auto refused = guardian.check(sentAt(*request), id, maxAge, now)) {
     return answer(finished(refusal(*refused), id, now));
   }
   if (!RemoteCrypto::isAllowed(command)) {

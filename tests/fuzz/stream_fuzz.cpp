@@ -141,8 +141,7 @@ Heard expected(const Texts& lines) {
         RemoteCrypto::open(json::textAt(*frame, "message").value_or(""), key(), RemoteCrypto::topics(key()).cmd);
     if (!text) continue;
     const auto time = json::numberAt(*frame, "time");
-    const bool sane = time && *time >= 0 && *time < 253402300800.0;
-    heard.messages.push_back(*text + (sane ? std::to_string(*time) : " never"));
+    heard.messages.push_back(*text + (time ? std::to_string(*time) : " never"));
   }
   return heard;
 }
