@@ -1,6 +1,9 @@
 // From the battery's readings to the engine's figures: what the whole machine draws, what it usually draws, and
 // how much the battery holds.
 
+#include <cmath>
+#include <string>
+
 #include "engine/Engine.h"
 #include "engine/Warnings.h"
 #include "platform/Defaults.h"
@@ -14,9 +17,15 @@ constexpr double kClosedShare = 0.1;  // weight of a new figure in the usual dra
 constexpr double kOpenShare = 0.15;
 constexpr double kCapacityShare = 0.2;
 constexpr int kTicksBetweenWrites = 30;  // of learned figures to the defaults
+constexpr double kLeastNews = 0.01;      // share of the figure that stands there; less isn't worth waking the disk for
 
 double smoothed(const std::optional<double>& usual, double figure, double share) {
   return usual ? share * figure + (1 - share) * *usual : figure;
+}
+
+void keep(Defaults& defaults, const std::string& key, double figure) {
+  const auto standing = defaults.number(key);
+  if (!standing || std::abs(figure - *standing) >= kLeastNews * std::abs(*standing)) defaults.set(key, figure);
 }
 
 }  // namespace
@@ -46,10 +55,10 @@ void Engine::readBattery() {
   if (const auto& watts = systemWatts.get(); watts && *watts > kLeastWatts) {
     if (!lidClosed) {
       openDraw = smoothed(openDraw, *watts, kOpenShare);
-      if (write) machine_.defaults.set("openDraw", *openDraw.get());
+      if (write) keep(machine_.defaults, "openDraw", *openDraw.get());
     } else if (holding && !powerTestRunning) {
       closedDraw = smoothed(closedDraw, *watts, kClosedShare);
-      if (write) machine_.defaults.set("closedDraw", *closedDraw.get());
+      if (write) keep(machine_.defaults, "closedDraw", *closedDraw.get());
     }
   }
 
@@ -57,7 +66,7 @@ void Engine::readBattery() {
     const double estimate = reading->watts * *reading->minutesLeft / 60 / (reading->percent / 100.0);
     if (estimate > 20.0 && estimate < 140.0) {
       fullWh = kCapacityShare * estimate + (1 - kCapacityShare) * fullWh;
-      if (write) machine_.defaults.set("fullWh", fullWh.get());
+      if (write) keep(machine_.defaults, "fullWh", fullWh.get());
     }
   }
 }

@@ -55,8 +55,15 @@ TEST_F(BatteryTest, DrawIsSmoothedApartForTheLidOpenAndClosed) {
   EXPECT_DOUBLE_EQ(*read(engine().closedDraw), smoothed) << "too little to mean anything";
   EXPECT_EQ(laptop.defaults().number("closedDraw"), std::nullopt);
   telemetry(2000);
-  laptop.advance(60);
-  EXPECT_TRUE(laptop.defaults().number("closedDraw").has_value());
+  laptop.advance(900);
+  const auto written = laptop.defaults().number("closedDraw");
+  EXPECT_NEAR(written.value_or(0), 2, 0.02);
+  telemetry(*written * 1000 + 15);
+  laptop.advance(900);
+  EXPECT_EQ(laptop.defaults().number("closedDraw"), written) << "too little to wake the disk for";
+  telemetry(2500);
+  laptop.advance(900);
+  EXPECT_GT(laptop.defaults().number("closedDraw"), 2.4);
 }
 
 TEST_F(BatteryTest, CapacityIsLearnedWithinReason) {
