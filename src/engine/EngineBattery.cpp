@@ -17,7 +17,7 @@ constexpr double kClosedShare = 0.1;  // weight of a new figure in the usual dra
 constexpr double kOpenShare = 0.15;
 constexpr double kCapacityShare = 0.2;
 constexpr int kTicksBetweenWrites = 30;  // of learned figures to the defaults
-constexpr double kLeastNews = 0.01;      // share of the figure that stands there; less isn't worth waking the disk for
+constexpr double kLeastNews = 0.02;      // share of the figure that stands there; less isn't worth waking the disk for
 
 double smoothed(const std::optional<double>& usual, double figure, double share) {
   return usual ? share * figure + (1 - share) * *usual : figure;

@@ -13,8 +13,7 @@ class FileEvents {
   virtual ~FileEvents() = default;
 
   // Calls on the main queue after the file of this name in `folder` was written, replaced, renamed or deleted.
-  // The folder is watched, not the file, so a replacement by rename is seen. An empty registration: it can't
-  // be watched.
+  // The folder is watched too, so a replacement by rename is seen. An empty registration: it can't be watched.
   virtual Registration watch(const std::string& folder, const std::string& name, std::function<void()> call) = 0;
 };
 

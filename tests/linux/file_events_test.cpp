@@ -50,6 +50,9 @@ TEST_F(RealFileEvents, EveryKindOfChangeToTheFileIsToldAndNoneOfAnother) {
   EXPECT_EQ(callsAfter([&] { std::filesystem::rename(file, folder / "away"); }), 1);
   std::filesystem::rename(folder / "away", file);
   EXPECT_EQ(callsAfter([&] { std::filesystem::remove(file); }), 1);
+  put(folder / "kept elsewhere", "{}");
+  EXPECT_EQ(callsAfter([&] { std::filesystem::create_symlink(folder / "kept elsewhere", file); }), 1);
+  EXPECT_EQ(callsAfter([&] { put(folder / "kept elsewhere", "{\"a\": 1}"); }), 1);
 }
 
 TEST_F(RealFileEvents, TwoWatchesOfOneFolderAreIndependent) {

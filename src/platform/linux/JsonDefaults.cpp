@@ -22,9 +22,10 @@ const json& JsonDefaults::current() {
   // The status is older than the text: a change between the two is read once more the next time.
   read_ = status;
   object_ = std::make_unique<json>(json::object());
-  if (status) {
-    const std::string text = files_.read(path_).value_or("");
-    json parsed = isTooDeep(text) ? json() : json::parse(text, nullptr, false);
+  const auto text = status ? files_.read(path_) : std::nullopt;
+  unreadable_ = status && !text;
+  if (text) {
+    json parsed = isTooDeep(*text) ? json() : json::parse(*text, nullptr, false);
     if (parsed.is_object()) *object_ = std::move(parsed);
   }
   return *object_;
@@ -75,7 +76,7 @@ void JsonDefaults::put(const std::string& key, const Value& value) {
   // Writing what stands there would wake the disk for nothing.
   if (const json* standing = find(key); standing != nullptr && *standing == json(value)) return;
   // A file that is there but can't be read must not be replaced by one with a single key.
-  if (files_.exists(path_) && !files_.read(path_)) return;
+  if (unreadable_) return;
   json changed = current();
   changed[key] = value;
   object_.reset();

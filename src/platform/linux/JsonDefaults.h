@@ -36,6 +36,7 @@ class JsonDefaults : public Defaults {
   std::string path_;
   std::optional<FileStatus> read_;  // the file as it was when `object_` was read; absent: none, or not read
   std::unique_ptr<nlohmann::json> object_;
+  bool unreadable_ = false;  // it is there and couldn't be read
 };
 
 // "<home>/Library/Preferences/com.norvane.Tovi.json"

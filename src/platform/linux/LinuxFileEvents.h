@@ -1,4 +1,4 @@
-// News of a file through inotify on its folder.
+// News of a file through inotify on its folder and itself.
 #pragma once
 
 #include "platform/FileEvents.h"
