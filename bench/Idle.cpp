@@ -5,15 +5,21 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <optional>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "Figures.h"
+#include "RelayProcess.h"
+#include "Stage.h"
 
 namespace tovi::bench {
 
 namespace {
 
 constexpr double kTickSeconds = 2;
+constexpr auto kSettled = std::chrono::seconds(10);  // after a start, with its first reading of everything
 
 // What a process has used since it was made.
 class Watch {
@@ -46,7 +52,20 @@ Run handmadeLoop(int times) {
              {"PATH=/usr/bin:/bin"});
 }
 
-}  // namespace
+// An application that is paired with a phone and has its stream open.
+class PairedApplication {
+ public:
+  PairedApplication();
+
+  bool connected() { return relay_.streams() == 1; }
+  bool reconnected() { return relay_.opened() > 1; }
+  const Resident& process() const { return *app_; }
+
+ private:
+  RelayProcess relay_;
+  Stage stage_;
+  std::optional<Resident> app_;
+};
 
 PairedApplication::PairedApplication() {
   if (relay_.url().empty() || !stage_.setUp()) return;
@@ -56,16 +75,14 @@ PairedApplication::PairedApplication() {
   for (int i = 0; i < 100 && !connected(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
 }
 
-void watchIdle(Table& table, const Resident& app, PairedApplication& paired, std::chrono::seconds span) {
-  const bool connected = paired.connected();
-  std::optional<Watch> phone;
-  if (connected) phone.emplace(paired.process());
+}  // namespace
+
+void watchIdle(Table& table, const Resident& app, std::chrono::seconds span) {
   const Watch idle(app);
   auto loop = std::async(std::launch::async, handmadeLoop, static_cast<int>(span.count() / kTickSeconds));
   loop.wait();
   const double share = idle.coreShare();
   const double wakeUps = idle.wakeUpsPerTick();
-  const double phoneWakeUps = phone ? phone->wakeUpsPerTick() : 0;
   const Run byHand = loop.get();
 
   if (!aboutSoMany(kFew)) say(fmt::format("  not idle: {} processes run", processCount()));
@@ -82,11 +99,18 @@ void watchIdle(Table& table, const Resident& app, PairedApplication& paired, std
   table.add("idle application, wake-ups per tick", wakeUps, "", 1.05, 2);
   table.add("idle application, anonymous memory", mebibytes(app, "RssAnon"), "MiB", 3, 2);
   table.add("idle application, resident memory", mebibytes(app, "VmRSS"), "MiB", 16, 2);
+}
+
+void watchWithPhone(Table& table, std::chrono::seconds span) {
   const std::string withPhone = "with the phone's stream open";
-  if (!connected || !paired.connected() || paired.reconnected()) {
-    return table.addMissing(withPhone, connected ? "the stream didn't stay open" : "the stream didn't open");
-  }
-  table.add(withPhone + ", wake-ups per tick", phoneWakeUps, "", 1.10, 2);
+  PairedApplication paired;
+  if (!paired.connected()) return table.addMissing(withPhone, "the stream didn't open");
+  std::this_thread::sleep_for(kSettled);
+  const Watch watch(paired.process());
+  std::this_thread::sleep_for(span);
+  const double wakeUps = watch.wakeUpsPerTick();
+  if (!paired.connected() || paired.reconnected()) return table.addMissing(withPhone, "the stream didn't stay open");
+  table.add(withPhone + ", wake-ups per tick", wakeUps, "", 1.10, 2);
   table.add(withPhone + ", anonymous memory", mebibytes(paired.process(), "RssAnon"), "MiB", 4, 2);
 }
 

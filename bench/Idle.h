@@ -3,31 +3,19 @@
 #pragma once
 
 #include <chrono>
-#include <optional>
 
 #include "Children.h"
-#include "RelayProcess.h"
-#include "Stage.h"
 #include "Table.h"
 
 namespace tovi::bench {
 
-// An application that is paired with a phone and has its stream open.
-class PairedApplication {
- public:
-  PairedApplication();
+// The rows need a table with kFew processes beside them, and one application at a time: two would tick at the same
+// moment, by the same second's clock, and wait for each other in /proc.
 
-  bool connected() { return relay_.streams() == 1; }
-  bool reconnected() { return relay_.opened() > 1; }
-  const Resident& process() const { return *app_; }
+// An application that is there already, and the loop over the same span.
+void watchIdle(Table& table, const Resident& app, std::chrono::seconds span);
 
- private:
-  RelayProcess relay_;
-  Stage stage_;
-  std::optional<Resident> app_;
-};
-
-// Watches all of them over the same span. Their rows need a table with kFew processes beside them.
-void watchIdle(Table& table, const Resident& app, PairedApplication& paired, std::chrono::seconds span);
+// An application of its own that is paired with a phone.
+void watchWithPhone(Table& table, std::chrono::seconds span);
 
 }  // namespace tovi::bench

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include "Children.h"
 #include "Figures.h"
@@ -45,12 +46,14 @@ bool measureBesideOthers(Table& table, const Extent& extent) {
   }
   Sleepers sleepers;
   AgentSample sample(stage);
-  std::optional<PairedApplication> paired(std::in_place);
-  Resident app({Stage::program().string()}, stage.environment());
-  if (!stage.applicationAnswers()) {
-    say("the application doesn't answer");
-    return false;
-  }
+  std::optional<Resident> app;
+  const auto startApplication = [&] {
+    app.emplace(std::vector<std::string>{Stage::program().string()}, stage.environment());
+    const bool answers = stage.applicationAnswers();
+    if (!answers) say("the application doesn't answer");
+    return answers;
+  };
+  if (!startApplication()) return false;
   if (!sleepers.fillUpTo(kFew)) {
     say("no more processes are allowed here");
     return false;
@@ -61,8 +64,11 @@ bool measureBesideOthers(Table& table, const Extent& extent) {
   ClosedPass().measure(table, kFew, 0.5);
 
   say(fmt::format("Watching the idle application ({} s)", extent.idle.count()));
-  watchIdle(table, app, *paired, extent.idle);
-  paired.reset();
+  watchIdle(table, *app, extent.idle);
+  app.reset();
+  say(fmt::format("Watching one with the phone's stream open ({} s)", extent.idle.count()));
+  watchWithPhone(table, extent.idle);
+  if (!startApplication()) return false;
 
   say("Timing the command line tool");
   timeTool(table, stage);
