@@ -42,8 +42,12 @@ TEST_F(RequestsTest, AnOwnersNumberInOtherHandsIsNoOwner) {
   laptop.advance(60);
   EXPECT_TRUE(holds(true));
   reuse(session, "/usr/local/bin/tool");
-  EXPECT_EQ(engine().releaseHolds(session), 1) << "what has lapsed counts as released";
+  laptop.advance(2);
   EXPECT_TRUE(holds(false));
+  const Pid second = program("/usr/local/bin/tool");
+  engine().addHold("thinking", 120, {}, second);
+  reuse(second, "/usr/local/bin/tool");
+  EXPECT_EQ(engine().releaseHolds(second), 1) << "what has lapsed counts as released";
 }
 
 TEST_F(RequestsTest, AlwaysRemembersTheModeItReplaced) {

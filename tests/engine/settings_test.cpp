@@ -105,7 +105,7 @@ TEST_F(SettingsTest, WithoutARecordWhatStandsThereIsAccepted) {
   config(R"({"batteryFloor": 3, "heatGuard": false})");
   start();
   EXPECT_EQ(Safety::load(state), (Safety{false, 3}));
-  EXPECT_TRUE(noted.empty());
+  EXPECT_TRUE(engine().pendingNotes.empty());
 }
 
 }  // namespace
