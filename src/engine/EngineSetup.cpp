@@ -69,9 +69,9 @@ SetupError Engine::uninstallHelper() {
                        fmt::join(left, ", "));
   }
   SetupError failure = setup().uninstall();
-  // Or the next look at the watchdog would find it missing and put it back.
-  watchdogRepairTried_ = true;
   setupReady = setup().setupReady();
+  // Removed by half: the next look at the watchdog would find it missing and put it back.
+  if (setupReady) watchdogRepairTried_ = true;
   wakeReady = false;
   return failure;
 }

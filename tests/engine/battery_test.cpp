@@ -116,5 +116,16 @@ TEST_F(BatteryTest, AMissingWatchdogIsFoundEveryFiveMinutesRepairedOnceAndThenCo
   EXPECT_EQ(engine().warning.get(), std::nullopt);
 }
 
+TEST_F(BatteryTest, AWatchdogIsRepairedAlsoAfterTheHelperWasRemovedAndSetUpAgain) {
+  start();
+  ASSERT_EQ(engine().uninstallHelper(), std::nullopt);
+  engine().runSetup({});
+  laptop.advance(10);
+  ASSERT_TRUE(engine().setupReady);
+  laptop.setSwitches([](LaptopSwitches& switches) { switches.watchdogLoaded = false; });
+  laptop.advance(310);
+  EXPECT_TRUE(laptop.switches().watchdogLoaded);
+}
+
 }  // namespace
 }  // namespace tovi
