@@ -39,6 +39,7 @@ nlohmann::json Hold::toJson() const {
   if (pid) value["pid"] = *pid;
   if (owner) value["owner"] = *owner;
   if (pidStart) value["pidStart"] = *pidStart;
+  if (ownerStart) value["ownerStart"] = *ownerStart;
   return value;
 }
 
@@ -53,6 +54,12 @@ std::optional<Pid> pidAt(const nlohmann::json& value, std::string_view key) {
   const auto number = json::integerAt(value, key);
   if (!number || *number < std::numeric_limits<Pid>::min() || *number > std::numeric_limits<Pid>::max()) return {};
   return static_cast<Pid>(*number);
+}
+
+std::optional<Microseconds> startAt(const nlohmann::json& value, std::string_view key) {
+  const auto* start = json::member(value, key);
+  if (start == nullptr || !start->is_number_unsigned()) return {};
+  return start->get<Microseconds>();
 }
 
 bool present(const nlohmann::json& value, std::string_view key) {
@@ -73,13 +80,12 @@ std::optional<Hold> Hold::fromJson(const nlohmann::json& value) {
             .pid = pidAt(value, "pid"),
             .created = *created,
             .owner = pidAt(value, "owner"),
-            .pidStart = std::nullopt};
-  if (const auto* start = json::member(value, "pidStart"); start != nullptr && start->is_number_unsigned()) {
-    hold.pidStart = start->get<Microseconds>();
-  }
+            .pidStart = startAt(value, "pidStart"),
+            .ownerStart = startAt(value, "ownerStart")};
   // A bound that is there but can't be read must not turn into "no bound".
   if ((present(value, "until") && !hold.until) || (present(value, "pid") && !hold.pid) ||
-      (present(value, "owner") && !hold.owner) || (present(value, "pidStart") && !hold.pidStart)) {
+      (present(value, "owner") && !hold.owner) || (present(value, "pidStart") && !hold.pidStart) ||
+      (present(value, "ownerStart") && !hold.ownerStart)) {
     return std::nullopt;
   }
   return hold;

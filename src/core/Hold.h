@@ -15,8 +15,9 @@ struct Hold {
   std::optional<Date> until;  // when it lapses by itself; absent: until released
   std::optional<Pid> pid;     // the process whose life bounds it
   Date created;
-  std::optional<Pid> owner;              // the session that asked; it bounds the hold too, and may release it
-  std::optional<Microseconds> pidStart;  // tells the real process from a later one of the same number
+  std::optional<Pid> owner;                // the session that asked; it bounds the hold too, and may release it
+  std::optional<Microseconds> pidStart;    // tells the real process from a later one of the same number
+  std::optional<Microseconds> ownerStart;  // the same of the owner
 
   friend bool operator==(const Hold&, const Hold&) = default;
 

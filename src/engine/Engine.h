@@ -259,7 +259,7 @@ class Engine {
   AwakeReadings awakeReadings() const;
   bool expireAlways();
   void expireHolds();
-  bool ownerLives(Pid owner, Date created) const;
+  bool ownerLives(const Hold& hold) const;
   bool holdStands(const Hold& hold, Date now) const;
   void startHold(const std::optional<std::string>& reason);
   void endHold(const std::string& because);

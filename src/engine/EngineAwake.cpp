@@ -104,17 +104,19 @@ bool Engine::expireAlways() {
   return true;
 }
 
-// Who has this number now but started after the hold was made is somebody else.
-bool Engine::ownerLives(Pid owner, Date created) const {
+// Whoever has the owner's number and another start is somebody else; where no start was noted, whoever started after
+// the hold was made.
+bool Engine::ownerLives(const Hold& hold) const {
   constexpr double kSlack = 2;  // seconds; the two clocks are read one after the other
-  const auto start = machine_.processes.startTime(owner);
-  return start && static_cast<double>(*start) / 1e6 + clockOffset() < unixSeconds(created) + kSlack;
+  const auto start = machine_.processes.startTime(*hold.owner);
+  if (!start || hold.ownerStart) return start && start == hold.ownerStart;
+  return static_cast<double>(*start) / 1e6 + clockOffset() < unixSeconds(hold.created) + kSlack;
 }
 
 bool Engine::holdStands(const Hold& hold, Date at) const {
   if (hold.until && at > *hold.until && !without(Guard::holdEnd)) return false;
   const bool beforeBoot = bootTime_ && hold.created < *bootTime_;
-  if (hold.owner && (beforeBoot || !ownerLives(*hold.owner, hold.created))) return false;
+  if (hold.owner && (beforeBoot || !ownerLives(hold))) return false;
   if (!hold.pid || without(Guard::holdProcess)) return true;
   if (beforeBoot) return false;
   const auto start = machine_.processes.startTime(*hold.pid);

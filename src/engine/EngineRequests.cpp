@@ -31,6 +31,7 @@ Hold Engine::addHold(const std::string& reason, std::optional<double> minutes, s
   hold.pid = pid;
   if (pid) hold.pidStart = machine_.processes.startTime(*pid);
   hold.owner = owner;
+  if (owner) hold.ownerStart = machine_.processes.startTime(*owner);
   holds.update([&](std::vector<Hold>& all) { all.push_back(hold); });
   saveRuntime();
   evaluate();

@@ -43,9 +43,10 @@ TEST(Hold, AnUnreadableBoundNeverTurnsIntoNoBound) {
   hold.pid = 77;
   hold.owner = 78;
   hold.pidStart = 1767599999123456ULL;
+  hold.ownerStart = 1767599998000000ULL;
   auto value = hold.toJson();
   EXPECT_EQ(Hold::fromJson(value), hold);
-  for (const char* key : {"until", "pid", "owner", "pidStart", "id", "reason", "created"}) {
+  for (const char* key : {"until", "pid", "owner", "pidStart", "ownerStart", "id", "reason", "created"}) {
     auto broken = value;
     broken[key] = nlohmann::json::array();
     EXPECT_EQ(Hold::fromJson(broken), std::nullopt) << key;

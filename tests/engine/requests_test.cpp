@@ -44,6 +44,11 @@ TEST_F(RequestsTest, AnOwnersNumberInOtherHandsIsNoOwner) {
   reuse(session, "/usr/local/bin/tool");
   laptop.advance(2);
   EXPECT_TRUE(holds(false));
+  const Pid brief = program("/usr/local/bin/tool");
+  engine().addHold("thinking", 120, {}, brief);
+  reuse(brief, "/usr/local/bin/tool");
+  laptop.advance(2);
+  EXPECT_TRUE(holds(false)) << "within the second in which the hold was made";
   const Pid second = program("/usr/local/bin/tool");
   engine().addHold("thinking", 120, {}, second);
   reuse(second, "/usr/local/bin/tool");
